@@ -1,0 +1,32 @@
+// Cameras: the view and projection of a scene; their children are the
+// framebuffers they render.
+#pragma once
+
+#include "node/ScnNode.h"
+#include "render/ScnDeferredLight.h"
+
+class ScnCamera : public ScnGroup {
+    SCN_NODE(ScnCamera, ScnGroup)
+public:
+    ScnCamera();
+
+    ScnSF<float> fov{this, "fov", 1.0471976f};
+    ScnSF<float> aspect{this, "aspect", 1.33333f};
+    ScnSF<float> farPlane{this, "far", 5000.0f};
+    ScnSF<float> nearPlane{this, "near", 0.1f};
+    ScnSFBool visible{this, "visible", true};
+
+    // Run-time members.
+    ScnMatrix16 worldMatrix;  // camera to world
+    bool active = false;
+};
+
+class ScnCameraExamine : public ScnCamera {
+    SCN_NODE(ScnCameraExamine, ScnCamera)
+public:
+    ScnCameraExamine();
+
+    ScnSF<float> speed{this, "speed", 1.0f};
+    ScnSFMatrix matrix{this, "matrix", ScnMatrix16::translation(0, 0, 12)};
+    ScnSFNode<ScnDeferredPointLight> light{this, "light"};
+};

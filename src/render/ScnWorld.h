@@ -1,0 +1,15 @@
+// The world branch: a matrix group with a flag word, the root of the scene.
+#pragma once
+
+#include "node/ScnNode.h"
+
+class ScnWorld : public ScnMatrix {
+    SCN_NODE(ScnWorld, ScnMatrix)
+public:
+    ScnWorld();
+
+    ScnSFBits flags{this, "flags", 65535};
+
+    double step = 0;                  // seconds per frame while running
+    ScnWorld* outerWorld = nullptr;   // the world current when the last update reached this one
+};

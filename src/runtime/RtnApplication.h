@@ -1,0 +1,59 @@
+// The document: the root of the design tree, saved as a .3Dm file. Its five
+// branches are nodes held in its own fields, not in its child list.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "compute/OclNodes.h"
+#include "node/ScnNode.h"
+#include "render/ScnCamera.h"
+#include "render/ScnWorld.h"
+#include "runtime/RtnNodes.h"
+#include "widgets/GuiRoot.h"
+
+class RtnApplication : public ScnGroup {
+    SCN_NODE(RtnApplication, ScnGroup)
+public:
+    static constexpr size_t kHeaderSize = 256;
+    static constexpr int kViewpoints = 5;
+    static const char* const kDefaultInclude;
+
+    // A new application with the defaults: a "Main" processor, a camera with
+    // a "framebuffer" child and five identity viewpoints.
+    RtnApplication();
+    ~RtnApplication() override;
+
+    ScnSFNode<ScnWorld> openGL{this, "OpenGL"};
+    ScnSFNode<RtnGroup> scripts{this, "Scripts"};
+    ScnSFNode<GuiRoot> gui{this, "Gui"};
+    ScnSFNode<OclDevice> openCL{this, "OpenCL"};
+    ScnSFNode<ScnCameraExamine> camera{this, "Camera"};
+    ScnMFMatrix viewpoints{this, "viewpoints"};
+    ScnSFString luaglobal{this, "luaglobal"};
+    ScnSFString include{this, "#include", kDefaultInclude};
+
+    // Branches count as children: 0 world, 1 GUI, 2 OpenCL, 3 camera, 4 scripts.
+    enum Branch { World = 0, Gui = 1, OpenCL = 2, Camera = 3, Scripts = 4, BranchCount = 5 };
+    ScnNode* getChild(int index) override;
+    int indexOfChild(const ScnNode* node) override;
+
+    // The 256-byte header in front of the fields, then the fields.
+    void read(ScnInStream& in) override;
+    void write(ScnOutStream& out) const override;
+
+    // Reads a whole .3Dm. Null with a message naming the file when the file
+    // cannot be read or is damaged; nothing that is open is touched then.
+    static RtnApplication* readFile(const std::string& path, std::string& error);
+    static RtnApplication* readBytes(const std::vector<uint8_t>& bytes, const std::string& path, std::string& error);
+    bool writeFile(const std::string& path, std::string& error) const;
+    std::vector<uint8_t> toBytes() const;
+
+    // The header block as it stood after the last read (zeros before any).
+    static uint8_t s_header[kHeaderSize];
+    // The "#include" text of the present application, for program builds.
+    static const std::string& currentInclude();
+
+    std::string fileName;
+    bool scriptChanged = false;
+};

@@ -1,0 +1,30 @@
+// The top of the widget branch: the look of the whole kit.
+#pragma once
+
+#include "node/ScnNode.h"
+
+class GuiRoot : public ScnGroup {
+    SCN_NODE(GuiRoot, ScnGroup)
+public:
+    GuiRoot();
+
+    static ScnColor grey(float v) { return ScnColor{v, v, v, 1}; }
+
+    ScnSFColor face3D{this, "3DFACE", grey(0.941176f)};
+    ScnSFColor highlight3D{this, "3DHIGHLIGHT", ScnColor{1, 1, 1, 1}};
+    ScnSFColor activeBorder{this, "ACTIVEBORDER", grey(0.705882f)};
+    ScnSFColor light3D{this, "3DLIGHT", grey(0.890196f)};
+    ScnSFColor shadow3D{this, "3DSHADOW", grey(0.627451f)};
+    ScnSFColor darkShadow3D{this, "3DDKSHADOW", grey(0.411765f)};
+    ScnSFColor text{this, "TEXT", ScnColor{0, 0, 0, 1}};
+    ScnSF<int> dim0{this, "dim0", 1024};
+    ScnSF<int> dim1{this, "dim1", 768};
+    ScnSF<float> transparency{this, "transparency", 0.9f};
+    ScnSFColor highlight{this, "HIGHLIGHT", ScnColor{0.2f, 0.6f, 1, 1}};
+    ScnSFColor highlightText{this, "HIGHLIGHTTEXT", ScnColor{1, 1, 1, 0.5f}};
+    ScnSFColor window{this, "WINDOW", ScnColor{1, 1, 1, 1}};
+    ScnSF<int> cellSize{this, "cellSize", 18};
+
+    // Part of the palette but not a field: never stored, keeps its default.
+    ScnColor menuHilight{0.2f, 0.6f, 1, 1};
+};

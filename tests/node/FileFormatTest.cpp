@@ -1,0 +1,435 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+
+#include "compute/OclNodes.h"
+#include "node/ScnMFFunction.h"
+#include "node/ScnNode.h"
+#include "render/ScnDeferredLight.h"
+#include "render/ScnFramebuffer.h"
+#include "render/ScnShader.h"
+#include "runtime/RtnApplication.h"
+
+namespace {
+
+std::vector<uint8_t> bytesOf(const ScnField& f)
+{
+    ScnOutStream out;
+    f.write(out);
+    return out.bytes();
+}
+
+uint32_t u32At(const std::vector<uint8_t>& b, size_t at)
+{
+    uint32_t v;
+    std::memcpy(&v, b.data() + at, 4);
+    return v;
+}
+
+void putU32(std::vector<uint8_t>& b, size_t at, uint32_t v)
+{
+    std::memcpy(b.data() + at, &v, 4);
+}
+
+// An application with groups, a processor with registers, event functions
+// with code and token paths.
+std::unique_ptr<RtnApplication> richApplication()
+{
+    auto app = std::make_unique<RtnApplication>();
+    app->luaglobal = "n = 4\nprint('global')";
+    auto* g = new ScnGroup();
+    g->name = "wheel";
+    auto* inner = new ScnMatrix();
+    inner->name = "hub";
+    inner->worldmatrix = ScnMatrix16::translation(1, 2, 3);
+    g->append(inner);
+    app->openGL.node.append(g);
+    app->openGL.node.append(ScnShader::factory());
+    auto* program = new OclProgram();
+    auto* platform = new OclPlatform();
+    platform->platform = "Portable Computing Language";
+    platform->append(program);
+    app->openCL.node.append(platform);
+
+    auto* proc = static_cast<RtnProcessor*>(app->scripts.node.getChild(0));
+    proc->luaglobal = "local x = 1";
+    auto* second = new RtnProcessor();
+    second->name = "Second";
+    second->x = 40;
+    app->scripts.node.append(second);
+
+    auto* reg = new RtnRegister();
+    reg->addDefaultFunctions();
+    reg->index = 3;
+    reg->functions.setCode(0, "print('tick')");
+    reg->functions.setCode(1, "print(event:getName())");
+    reg->functions.append("OnCompute", "");
+    reg->marking.append(inner);
+    reg->marking.append(program);
+    reg->marking.append(&app->camera.node);
+    proc->colors.set(3, reg);
+    auto* reg0 = new RtnRegister();
+    reg0->addDefaultFunctions();
+    proc->colors.set(0, reg0);
+    return app;
+}
+
+}  // namespace
+
+TEST(FieldEncoding, SmallCasesHaveTheirExactBytes)
+{
+    ScnNode owner;
+    ScnSFString empty(nullptr, "s");
+    EXPECT_EQ(bytesOf(empty), std::vector<uint8_t>(4, 0));
+
+    ScnGroup g;
+    ScnOutStream out;
+    g.write(out);
+    // name "group" (4 + 5 bytes) then a child count of 0.
+    ASSERT_EQ(out.bytes().size(), 13u);
+    EXPECT_EQ(u32At(out.bytes(), 9), 0u);
+
+    ScnMFFunction none(nullptr, "");
+    EXPECT_EQ(bytesOf(none), std::vector<uint8_t>(4, 0));
+    ScnMFFunction one(nullptr, "");
+    one.append("OnTime");
+    auto b = bytesOf(one);
+    ASSERT_EQ(b.size(), 4u + 104u);
+    EXPECT_EQ(u32At(b, 0), 1u);
+    EXPECT_STREQ(reinterpret_cast<const char*>(b.data() + 4), "OnTime");
+    EXPECT_EQ(u32At(b, 104), 0u);  // no code: length 0, no code bytes
+
+    RtnMFNode slots(nullptr, "colors");
+    EXPECT_EQ(bytesOf(slots), std::vector<uint8_t>(4, 0));
+
+    RtnMFRef refs(nullptr, "marking");
+    refs.append(nullptr);
+    EXPECT_EQ(bytesOf(refs).size(), 4u + 408u);
+
+    ScnSFBool yes(nullptr, "b", true);
+    EXPECT_EQ(bytesOf(yes), std::vector<uint8_t>{1});
+    ScnSFMatrix m(nullptr, "m", ScnMatrix16::translation(7, 8, 9));
+    auto mb = bytesOf(m);
+    ASSERT_EQ(mb.size(), 128u);
+    double tx;
+    std::memcpy(&tx, mb.data() + 12 * 8, 8);
+    EXPECT_EQ(tx, 7.0);
+    ScnSFImageFormat fmt(nullptr, "format", ScnImageFormat{0x10B5, 0x10DD});
+    auto fb = bytesOf(fmt);
+    ASSERT_EQ(fb.size(), 8u);
+    EXPECT_EQ(u32At(fb, 0), 4277u);
+    EXPECT_EQ(u32At(fb, 4), 4317u);
+    ScnSFScript size(nullptr, "dim", 256);
+    EXPECT_EQ(size.value, "256");
+    EXPECT_EQ(size.size(), 0u);
+}
+
+TEST(FieldEncoding, FunctionListEditing)
+{
+    ScnMFFunction f(nullptr, "");
+    for (const char* n : {"OnTime", "OnDeposit", "OnRemove", "OnPressed"}) f.append(n);
+    f.setCode(1, "x = 1");
+    f.remove("OnTime");  // the last entry moves into its place
+    ASSERT_EQ(f.count(), 3);
+    EXPECT_EQ(f.entry(0).getName(), "OnPressed");
+    EXPECT_EQ(f.getCode(1), "x = 1");
+    f.remove("NotThere");
+    EXPECT_EQ(f.count(), 3);
+    f.setCode(1, "");
+    EXPECT_EQ(f.getLength(1), 0u);
+
+    // Only names and code are stored: flags and references start clear.
+    f.setError(0, true);
+    f.setLuaRef(0, 12);
+    ScnMFFunction back(nullptr, "");
+    std::vector<uint8_t> bytes = bytesOf(f);
+    ScnInStream in(bytes);
+    back.read(in);
+    ASSERT_FALSE(in.failed());
+    EXPECT_FALSE(back.getError(0));
+    EXPECT_EQ(back.getLuaRef(0), -1);
+    EXPECT_EQ(back.entry(2).getName(), "OnRemove");
+}
+
+TEST(EnumTables, HashPlacesCollideAndProbe)
+{
+    // "ab" and "ba" have the same byte sum, so the second probes onward.
+    const char* first[] = {"ONE", "TWO"};
+    const char* second[] = {"THREE"};
+    ASSERT_TRUE(ScnEnum::registerTable("ab", first, 2));
+    ASSERT_TRUE(ScnEnum::registerTable("ba", second, 1));
+    EXPECT_FALSE(ScnEnum::registerTable("ab", second, 1));
+    int n = 0;
+    const char* const* a = ScnEnum::getNames("ab", n);
+    ASSERT_EQ(n, 2);
+    EXPECT_STREQ(a[1], "TWO");
+    EXPECT_EQ(a[2], nullptr);
+    const char* const* b = ScnEnum::getNames("ba", n);
+    ASSERT_EQ(n, 1);
+    EXPECT_STREQ(b[0], "THREE");
+    EXPECT_EQ(ScnEnum::getNames("nope", n), nullptr);
+    EXPECT_EQ(n, 0);
+    ScnEnum::getNames("cl_channel_order", n);
+    EXPECT_EQ(n, 10);
+    ScnSFEnum e(nullptr, "type", "cl_mem_type", 19);
+    EXPECT_EQ(e.toText(), "19 (cl_float4)");
+}
+
+TEST(ApplicationFile, NewApplicationHasTheDefaults)
+{
+    RtnApplication app;
+    EXPECT_EQ(app.getName(), "page");
+    ASSERT_EQ(app.viewpoints.values.size(), 5u);
+    for (const ScnMatrix16& m : app.viewpoints.values) EXPECT_TRUE(m.isIdentity());
+    ASSERT_EQ(app.scripts.node.childCount(), 1);
+    EXPECT_EQ(app.scripts.node.getChild(0)->getName(), "Main");
+    EXPECT_EQ(app.scripts.node.getName(), "Scripts");
+    EXPECT_EQ(app.camera.node.getName(), "Camera");
+    ASSERT_EQ(app.camera.node.childCount(), 1);
+    EXPECT_EQ(app.camera.node.getChild(0)->getName(), "framebuffer");
+    EXPECT_EQ(app.include.value, "//global include for a all OpenCL programs \n\n");
+    EXPECT_EQ(app.getChild(0), &app.openGL.node);
+    EXPECT_EQ(app.getChild(4), &app.scripts.node);
+    EXPECT_EQ(app.getChild(5), nullptr);
+    EXPECT_EQ(app.indexOfChild(&app.camera.node), 3);
+    EXPECT_EQ(app.childCount(), 0);
+
+    std::vector<uint8_t> bytes = app.toBytes();
+    EXPECT_EQ(u32At(bytes, 0), 2000u);
+}
+
+TEST(ApplicationFile, RichApplicationRoundTripsByteForByte)
+{
+    auto app = richApplication();
+    std::vector<uint8_t> first = app->toBytes();
+    std::string error;
+    std::unique_ptr<RtnApplication> back(RtnApplication::readBytes(first, "rich.3Dm", error));
+    ASSERT_TRUE(back) << error;
+    EXPECT_EQ(back->toBytes(), first);
+
+    auto* proc = static_cast<RtnProcessor*>(back->scripts.node.getChild(0));
+    RtnRegister* reg = proc->getRegister(3);
+    ASSERT_NE(reg, nullptr);
+    EXPECT_EQ(reg->owner, proc);
+    EXPECT_EQ(reg->functions.count(), 4);
+    EXPECT_EQ(reg->functions.getCode(0), "print('tick')");
+    ASSERT_EQ(reg->marking.count(), 3);
+    RtnMFRef::s_root = back.get();
+    EXPECT_EQ(reg->marking.path(0).resolve()->getName(), "hub");
+    EXPECT_EQ(reg->marking.path(1).resolve()->getType(), &OclProgram::s_type);
+    // A path of depth 1 names a branch root.
+    EXPECT_EQ(reg->marking.path(2).depth, 1u);
+    EXPECT_EQ(reg->marking.path(2).resolve(), &back->camera.node);
+    EXPECT_EQ(proc->getRegister(1), nullptr);
+    EXPECT_EQ(static_cast<RtnProcessor*>(back->scripts.node.getChild(1))->x.value, 40);
+    RtnMFRef::s_root = nullptr;
+}
+
+TEST(ApplicationFile, PathsAreRebuiltFromTheLiveTreeAtEverySave)
+{
+    auto app = richApplication();
+    auto* wheel = static_cast<ScnGroup*>(app->openGL.node.getChild(0));
+    auto* hub = wheel->getChild(0);
+    auto* proc = static_cast<RtnProcessor*>(app->scripts.node.getChild(0));
+    RtnPath& path = proc->getRegister(3)->marking.path(0);
+
+    RtnMFRef::s_root = app.get();
+    app->toBytes();
+    ASSERT_TRUE(path.rebuild());
+    EXPECT_EQ(path.depth, 3u);
+    EXPECT_EQ(path.index[2], 0u);  // the world branch
+    EXPECT_EQ(path.index[1], 0u);  // wheel
+    EXPECT_EQ(path.index[0], 0u);  // hub
+
+    // An earlier sibling goes away: the saved path follows the node.
+    auto* before = new ScnGroup();
+    wheel->addFirst(before);
+    hub->setName("renamed");
+    std::vector<uint8_t> bytes = app->toBytes();
+    std::string error;
+    std::unique_ptr<RtnApplication> back(RtnApplication::readBytes(bytes, "p.3Dm", error));
+    ASSERT_TRUE(back) << error;
+    RtnMFRef::s_root = back.get();
+    auto* backProc = static_cast<RtnProcessor*>(back->scripts.node.getChild(0));
+    EXPECT_EQ(backProc->getRegister(3)->marking.path(0).resolve()->getName(), "renamed");
+    RtnMFRef::s_root = nullptr;
+}
+
+TEST(ApplicationFile, OldVersionIsWrittenBackAsCurrentWithReservedBytesKept)
+{
+    RtnApplication app;
+    std::vector<uint8_t> bytes = app.toBytes();
+    putU32(bytes, 0, 1012);
+    for (size_t i = 4; i < 256; ++i) bytes[i] = static_cast<uint8_t>(i * 7);
+    // A 1012 file has no geometry settings in its shaders; drop them from the
+    // head light's shader by building the file from a real one instead.
+    std::string error;
+    // The default application holds no tree shader, so a 1012 file of it
+    // differs only in the header.
+    std::unique_ptr<RtnApplication> back(RtnApplication::readBytes(bytes, "old.3Dm", error));
+    ASSERT_TRUE(back) << error;
+    EXPECT_EQ(ScnFile::formatVersion, 1012u);
+    std::vector<uint8_t> again = back->toBytes();
+    EXPECT_EQ(u32At(again, 0), 2000u);
+    EXPECT_TRUE(std::equal(bytes.begin() + 4, bytes.begin() + 256, again.begin() + 4));
+}
+
+TEST(ApplicationFile, VersionRulesOfShadersLightsAndFramebuffers)
+{
+    // A shader object of a pre-1013 document lacks its last four fields.
+    ScnShader s;
+    s.vertex = "v";
+    ScnOutStream out;
+    s.write(out);
+    std::vector<uint8_t> full = out.bytes();
+    std::vector<uint8_t> old(full.begin(), full.end() - 13);  // 3 ints and a bool
+    ScnFile::formatVersion = 1012;
+    ScnShader r;
+    r.vertexcount = 5;
+    ScnInStream in(old);
+    r.read(in);
+    EXPECT_FALSE(in.failed());
+    EXPECT_TRUE(in.atEnd());
+    EXPECT_EQ(r.vertex.value, "v");
+    EXPECT_EQ(r.vertexcount.value, 5);  // left as it was
+    ScnFile::formatVersion = 2000;
+    ScnShader r2;
+    ScnInStream in2(old);
+    r2.read(in2);
+    EXPECT_TRUE(in2.failed());  // a current file must have them
+
+    ScnDeferredSpotLight spot;
+    ScnOutStream so;
+    spot.write(so);
+    ScnFile::formatVersion = 1015;
+    ScnDeferredSpotLight spotBack;
+    ScnInStream sin(so.bytes());
+    spotBack.read(sin);
+    EXPECT_EQ(spotBack.direct.node.sourceName(), "deferred\\lighting\\spotDirect");
+    ScnFile::formatVersion = 2000;
+
+    ScnFramebuffer fb;
+    EXPECT_EQ(fb.flags.value.w[0], 1u);
+    ScnOutStream fo;
+    fb.write(fo);
+    ScnFramebuffer fbBack;
+    ScnInStream fin(fo.bytes());
+    fbBack.read(fin);
+    EXPECT_EQ(fbBack.flags.value.w[0], 2u);
+}
+
+TEST(ApplicationFile, UnknownClassYieldsAGroupAndTheRestStillReads)
+{
+    auto app = richApplication();
+    std::vector<uint8_t> bytes = app->toBytes();
+    // Rename the class of the world's first child ("ScnGroup") to an unknown name
+    // of the same length.
+    const char* needle = "ScnGroup";
+    auto it = std::search(bytes.begin() + 256, bytes.end(), needle, needle + 8);
+    ASSERT_NE(it, bytes.end());
+    std::memcpy(&*it, "ZzzGroup", 8);
+    std::string error;
+    std::unique_ptr<RtnApplication> back(RtnApplication::readBytes(bytes, "u.3Dm", error));
+    ASSERT_TRUE(back) << error;
+    ScnNode* stand = back->openGL.node.getChild(0);
+    EXPECT_EQ(stand->getType(), &ScnGroup::s_type);
+    EXPECT_EQ(stand->getName(), "group");
+    EXPECT_EQ(stand->childCount(), 0);
+    // Everything after it is intact.
+    EXPECT_EQ(back->openGL.node.getChild(1)->getType(), &ScnShader::s_type);
+    EXPECT_EQ(back->luaglobal.value, "n = 4\nprint('global')");
+    EXPECT_EQ(back->scripts.node.childCount(), 2);
+}
+
+TEST(DamagedFiles, EveryCutOfAValidFileIsRefusedWithTheByteOffset)
+{
+    auto app = richApplication();
+    std::vector<uint8_t> bytes = app->toBytes();
+    uint8_t header[256];
+    std::memcpy(header, RtnApplication::s_header, 256);
+    for (size_t cut = 0; cut < bytes.size(); ++cut) {
+        std::vector<uint8_t> part(bytes.begin(), bytes.begin() + cut);
+        std::string error;
+        RtnApplication* back = RtnApplication::readBytes(part, "cut.3Dm", error);
+        EXPECT_EQ(back, nullptr) << "cut at " << cut;
+        delete back;
+        EXPECT_NE(error.find("cut.3Dm: file is truncated or damaged at byte"), std::string::npos) << error;
+    }
+    // A refused file leaves the header block of the last good read alone.
+    EXPECT_EQ(std::memcmp(header, RtnApplication::s_header, 256), 0);
+}
+
+TEST(DamagedFiles, CorruptCountsAndLengthsAreCaughtNotTrusted)
+{
+    auto app = richApplication();
+    const std::vector<uint8_t> good = app->toBytes();
+    int refused = 0, read = 0;
+    // Overwrite each aligned word in turn with huge values: nothing may crash,
+    // hang or allocate beyond the file, and most must be refused.
+    for (size_t at = 256; at + 4 <= good.size(); at += 4) {
+        for (uint32_t v : {0xFFFFFFFFu, 0x7FFFFFF0u, 0x10000u}) {
+            std::vector<uint8_t> bad = good;
+            putU32(bad, at, v);
+            std::string error;
+            RtnApplication* back = RtnApplication::readBytes(bad, "bad.3Dm", error);
+            (back ? read : refused)++;
+            if (!back) EXPECT_FALSE(error.empty());
+            delete back;
+        }
+    }
+    EXPECT_GT(refused, 0);
+}
+
+TEST(DamagedFiles, DeepNestingIsRefused)
+{
+    // Groups nested far deeper than any real tree: the reader must stop, not
+    // exhaust the stack.
+    ScnOutStream out;
+    const int depth = 100000;
+    for (int i = 0; i < depth; ++i) {
+        out.writeU32(0);  // empty name
+        out.writeU32(1);  // one child
+        out.writeU32(8);
+        out.write("ScnGroup", 8);
+        out.writeU32(0);  // payload size (not trusted for known classes)
+    }
+    std::vector<uint8_t> body = out.bytes();
+    std::vector<uint8_t> object;
+    uint32_t n = 8;
+    object.insert(object.end(), reinterpret_cast<uint8_t*>(&n), reinterpret_cast<uint8_t*>(&n) + 4);
+    object.insert(object.end(), {'S', 'c', 'n', 'G', 'r', 'o', 'u', 'p'});
+    object.insert(object.end(), body.begin(), body.end());
+    std::string error;
+    ScnNode* node = scnReadObject(object, "deep.3Do", error);
+    EXPECT_EQ(node, nullptr);
+    EXPECT_NE(error.find("deep.3Do"), std::string::npos);
+}
+
+TEST(ObjectFile, GroupHoldsItsWholeSubtreeAndCutsAreRefused)
+{
+    ScnGroup g;
+    g.name = "parts";
+    auto* m = new ScnMatrix();
+    m->name = "m";
+    m->append(ScnShader::factory());
+    g.append(m);
+    ScnOutStream out;
+    scnWriteObject(out, g);
+    std::string error;
+    std::unique_ptr<ScnNode> back(scnReadObject(out.bytes(), "parts.3Do", error));
+    ASSERT_TRUE(back) << error;
+    EXPECT_EQ(back->getName(), "parts");
+    ASSERT_EQ(back->childCount(), 1);
+    EXPECT_EQ(back->getChild(0)->getChild(0)->getType(), &ScnShader::s_type);
+    ScnOutStream again;
+    scnWriteObject(again, *back);
+    EXPECT_EQ(again.bytes(), out.bytes());
+
+    for (size_t cut = 0; cut < out.bytes().size(); ++cut) {
+        std::vector<uint8_t> part(out.bytes().begin(), out.bytes().begin() + cut);
+        ScnNode* n = scnReadObject(part, "parts.3Do", error);
+        EXPECT_EQ(n, nullptr) << "cut at " << cut;
+        delete n;
+    }
+}

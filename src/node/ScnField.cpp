@@ -1,5 +1,6 @@
 #include "node/ScnField.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 
@@ -34,18 +35,19 @@ std::string scnQuote(const std::string& s)
     return out;
 }
 
+// The shortest text that reads back as the same value.
 std::string scnNumber(double v)
 {
-    char buf[40];
-    std::snprintf(buf, sizeof buf, "%.17g", v);
-    return buf;
+    char buf[64];
+    auto r = std::to_chars(buf, buf + sizeof buf, v);
+    return std::string(buf, r.ptr);
 }
 
 std::string scnNumber(float v)
 {
-    char buf[40];
-    std::snprintf(buf, sizeof buf, "%.9g", static_cast<double>(v));
-    return buf;
+    char buf[64];
+    auto r = std::to_chars(buf, buf + sizeof buf, v);
+    return std::string(buf, r.ptr);
 }
 
 static std::string list(const double* v, int n)
@@ -102,6 +104,16 @@ template <> std::string ScnSF<ScnTextureFlags>::toText() const
            " " + std::to_string(value.w[3]) + "]";
 }
 
+template <> std::string ScnSF<ScnPlyLoadInfo>::toText() const
+{
+    std::string s = "{stride=" + std::to_string(value.stride) + " type=" + std::to_string(value.type) +
+                    " element=" + scnQuote(std::string(value.element, strnlen(value.element, 100))) + " property=[";
+    int n = value.count < 0 ? 0 : (value.count > 10 ? 10 : value.count);
+    for (int i = 0; i < n; ++i)
+        s += (i ? " " : "") + scnQuote(std::string(value.property[i], strnlen(value.property[i], 100)));
+    return s + "] count=" + std::to_string(value.count) + "}";
+}
+
 template <> const char* ScnSF<char>::kind() const { return "char"; }
 template <> const char* ScnSF<unsigned short>::kind() const { return "ushort"; }
 template <> const char* ScnSF<int>::kind() const { return "int"; }
@@ -112,6 +124,7 @@ template <> const char* ScnSF<ScnColor>::kind() const { return "color"; }
 template <> const char* ScnSF<ScnMatrix16>::kind() const { return "matrix"; }
 template <> const char* ScnSF<ScnImageFormat>::kind() const { return "imageformat"; }
 template <> const char* ScnSF<ScnTextureFlags>::kind() const { return "textureflags"; }
+template <> const char* ScnSF<ScnPlyLoadInfo>::kind() const { return "plyloadinfo"; }
 
 void ScnSFBool::read(ScnInStream& in)
 {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -124,14 +125,31 @@ struct ScnImageFormat { uint32_t order = 0; uint32_t type = 0; };
 // Texture flags: four words, only the first is used (a filter bit mask).
 struct ScnTextureFlags { uint32_t w[4] = {0, 0, 0, 0}; };
 
+// What a node remembers of a choice from a ply file.
+struct ScnPlyLoadInfo {
+    int32_t stride = 0;          // bytes between two records in the target
+    int32_t type = 0;            // element type code of the target
+    char element[100] = {};      // name of the ply element
+    char property[10][100] = {}; // names of the chosen properties
+    int32_t count = 0;           // number of names used in property
+};
+
+using ScnSFChar = ScnSF<char>;
+using ScnSFUShort = ScnSF<unsigned short>;
+using ScnSFInt = ScnSF<int>;
+using ScnSFUInt = ScnSF<unsigned int>;
+using ScnSFULong = ScnSF<uint32_t>;  // an unsigned long is 32 bits in files
+using ScnSFFloat = ScnSF<float>;
 using ScnSFVec3f = ScnSF<ScnVec3>;
 using ScnSFColor = ScnSF<ScnColor>;
 using ScnSFMatrix = ScnSF<ScnMatrix16>;
 using ScnSFImageFormat = ScnSF<ScnImageFormat>;
 using ScnSFTextureFlags = ScnSF<ScnTextureFlags>;
+using ScnSFPlyLoadInfo = ScnSF<ScnPlyLoadInfo>;
 
 static_assert(sizeof(ScnVec3) == 24 && sizeof(ScnColor) == 16 && sizeof(ScnMatrix16) == 128);
 static_assert(sizeof(ScnImageFormat) == 8 && sizeof(ScnTextureFlags) == 16);
+static_assert(sizeof(ScnPlyLoadInfo) == 1112);
 
 // Text: u32 length, then the bytes, no terminator.
 class ScnSFString : public ScnField {

@@ -222,17 +222,10 @@ ScnNode* ScnMFNodeBase::nodeAt(int i) const
     return i == 0 ? n : nullptr;
 }
 
-ScnNode* ScnMFNodeBase::last() const
-{
-    ScnNode* n = m_first;
-    while (n && n->m_next) n = n->m_next;
-    return n;
-}
-
 void ScnMFNodeBase::release()
 {
-    ScnNode* n = last();
-    m_first = nullptr;
+    ScnNode* n = m_last;
+    m_first = m_last = nullptr;
     m_count = 0;
     while (n) {
         ScnNode* prev = n->m_prev;
@@ -247,7 +240,7 @@ void ScnMFNodeBase::release()
 
 void ScnMFNodeBase::append(ScnNode* node)
 {
-    ScnNode* tail = last();
+    ScnNode* tail = m_last;
     node->m_parent = m_owner;
     node->m_prev = tail;
     node->m_next = nullptr;
@@ -255,6 +248,7 @@ void ScnMFNodeBase::append(ScnNode* node)
         tail->m_next = node;
     else
         m_first = node;
+    m_last = node;
     node->ref();
     ++m_count;
 }
@@ -297,7 +291,7 @@ void ScnMFNodeBase::read(ScnInStream& in)
             tail->m_next = node;
         else
             m_first = node;
-        tail = node;
+        tail = m_last = node;
         node->ref();
         ++m_count;
     }
@@ -370,6 +364,7 @@ void ScnGroup::unlink(ScnNode* node)
                 if (n == node) { holds = true; break; }
             if (!holds) continue;
             if (list->m_first == node) list->m_first = node->m_next;
+            if (list->m_last == node) list->m_last = node->m_prev;
             --list->m_count;
             break;
         }
@@ -396,6 +391,7 @@ void ScnGroup::addFirst(ScnNode* child)
     child->m_next = children.m_first;
     if (children.m_first) children.m_first->m_prev = child;
     children.m_first = child;
+    if (!children.m_last) children.m_last = child;
     ++children.m_count;
     if (!held) child->ref();
 }
@@ -419,13 +415,14 @@ void ScnGroup::insertBefore(ScnNode* child, ScnNode* sibling)
             children.m_first = mover;
         sibling->m_prev = mover;
     } else {
-        ScnNode* tail = children.last();
+        ScnNode* tail = children.m_last;
         mover->m_prev = tail;
         mover->m_next = nullptr;
         if (tail)
             tail->m_next = mover;
         else
             children.m_first = mover;
+        children.m_last = mover;
     }
     ++children.m_count;
     if (!held) mover->ref();
@@ -452,7 +449,10 @@ void ScnGroup::replace(ScnNode* oldNode, ScnNode* newNode)
         oldNode->m_prev->m_next = newNode;
     else
         children.m_first = newNode;
-    if (oldNode->m_next) oldNode->m_next->m_prev = newNode;
+    if (oldNode->m_next)
+        oldNode->m_next->m_prev = newNode;
+    else
+        children.m_last = newNode;
     newNode->ref();
     oldNode->m_prev = oldNode->m_next = nullptr;
     oldNode->m_parent = nullptr;

@@ -79,13 +79,13 @@ public:
     // the no-link flag).
     void assign(const ScnField& other) override;
     uint32_t size() const override { return 0; }
-    std::string toText() const override { return std::to_string(m_count) + " children"; }
+    std::string toText() const override { return std::to_string(m_count); }
     const char* kind() const override { return "nodes"; }
     int nodeCount() const override { return static_cast<int>(m_count); }
     ScnNode* nodeAt(int i) const override;
 
     ScnNode* first() const { return m_first; }
-    ScnNode* last() const;
+    ScnNode* last() const { return m_last; }
     uint32_t count() const { return m_count; }
     ScnNode* owner() const { return m_owner; }
 
@@ -98,6 +98,7 @@ private:
     friend class ScnGroup;
     ScnNode* m_owner;
     ScnNode* m_first = nullptr;
+    ScnNode* m_last = nullptr;  // so that appending does not walk the list
     uint32_t m_count = 0;
 };
 

@@ -120,6 +120,22 @@ TEST(FieldEncoding, SmallCasesHaveTheirExactBytes)
     ASSERT_EQ(fb.size(), 8u);
     EXPECT_EQ(u32At(fb, 0), 4277u);
     EXPECT_EQ(u32At(fb, 4), 4317u);
+    EXPECT_EQ(bytesOf(ScnSFVec3f(nullptr, "v")).size(), 24u);
+    EXPECT_EQ(bytesOf(ScnSFColor(nullptr, "c")).size(), 16u);
+    EXPECT_EQ(bytesOf(ScnSFUShort(nullptr, "u")).size(), 2u);
+    EXPECT_EQ(bytesOf(ScnSFChar(nullptr, "c")).size(), 1u);
+    EXPECT_EQ(bytesOf(ScnSFULong(nullptr, "l")).size(), 4u);
+    EXPECT_EQ(bytesOf(ScnSFTextureFlags(nullptr, "flags")).size(), 16u);
+    ScnPlyLoadInfo info;
+    info.count = 2;
+    std::strcpy(info.element, "vertex");
+    std::strcpy(info.property[1], "y");
+    ScnSFPlyLoadInfo ply(nullptr, "source", info);
+    auto pb = bytesOf(ply);
+    ASSERT_EQ(pb.size(), 1112u);
+    EXPECT_STREQ(reinterpret_cast<const char*>(pb.data() + 8), "vertex");
+    EXPECT_STREQ(reinterpret_cast<const char*>(pb.data() + 8 + 100 + 100), "y");
+    EXPECT_EQ(u32At(pb, 1108), 2u);
     ScnSFScript size(nullptr, "dim", 256);
     EXPECT_EQ(size.value, "256");
     EXPECT_EQ(size.size(), 0u);
@@ -258,21 +274,26 @@ TEST(ApplicationFile, PathsAreRebuiltFromTheLiveTreeAtEverySave)
 
 TEST(ApplicationFile, OldVersionIsWrittenBackAsCurrentWithReservedBytesKept)
 {
+    // A 1012 writer did not know the geometry settings of shaders: leave them
+    // out of the head light's shader to get that file's layout.
     RtnApplication app;
+    ScnShader& sh = app.camera.node.light.node.direct.node;
+    sh.vertexcount = 3;
+    sh.inputtype.mode = sh.outputtype.mode = sh.vertexcount.mode = sh.usegeom.mode = ScnField::NotWritten;
     std::vector<uint8_t> bytes = app.toBytes();
     putU32(bytes, 0, 1012);
     for (size_t i = 4; i < 256; ++i) bytes[i] = static_cast<uint8_t>(i * 7);
-    // A 1012 file has no geometry settings in its shaders; drop them from the
-    // head light's shader by building the file from a real one instead.
+
     std::string error;
-    // The default application holds no tree shader, so a 1012 file of it
-    // differs only in the header.
     std::unique_ptr<RtnApplication> back(RtnApplication::readBytes(bytes, "old.3Dm", error));
     ASSERT_TRUE(back) << error;
     EXPECT_EQ(ScnFile::formatVersion, 1012u);
+    EXPECT_EQ(back->camera.node.light.node.direct.node.vertexcount.value, 1);  // the default
     std::vector<uint8_t> again = back->toBytes();
     EXPECT_EQ(u32At(again, 0), 2000u);
     EXPECT_TRUE(std::equal(bytes.begin() + 4, bytes.begin() + 256, again.begin() + 4));
+    EXPECT_EQ(again.size(), bytes.size() + 13);  // the four settings are written now
+    ScnFile::formatVersion = 2000;
 }
 
 TEST(ApplicationFile, VersionRulesOfShadersLightsAndFramebuffers)
@@ -374,7 +395,9 @@ TEST(DamagedFiles, CorruptCountsAndLengthsAreCaughtNotTrusted)
             std::string error;
             RtnApplication* back = RtnApplication::readBytes(bad, "bad.3Dm", error);
             (back ? read : refused)++;
-            if (!back) EXPECT_FALSE(error.empty());
+            if (!back) {
+                EXPECT_FALSE(error.empty());
+            }
             delete back;
         }
     }
@@ -395,10 +418,10 @@ TEST(DamagedFiles, DeepNestingIsRefused)
         out.writeU32(0);  // payload size (not trusted for known classes)
     }
     std::vector<uint8_t> body = out.bytes();
-    std::vector<uint8_t> object;
-    uint32_t n = 8;
-    object.insert(object.end(), reinterpret_cast<uint8_t*>(&n), reinterpret_cast<uint8_t*>(&n) + 4);
-    object.insert(object.end(), {'S', 'c', 'n', 'G', 'r', 'o', 'u', 'p'});
+    ScnOutStream head;
+    head.writeU32(8);
+    head.write("ScnGroup", 8);
+    std::vector<uint8_t> object = head.bytes();
     object.insert(object.end(), body.begin(), body.end());
     std::string error;
     ScnNode* node = scnReadObject(object, "deep.3Do", error);

@@ -1,0 +1,115 @@
+// The velmora-file tool, run as a user runs it.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+struct Result {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+class VelmoraFile : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char tmpl[] = "/tmp/velmora-file-test-XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        dir = tmpl;
+        workspace = dir + "/ws";
+        ASSERT_EQ(std::system(("mkdir -p " + workspace + "/bindings/plugins").c_str()), 0);
+    }
+    void TearDown() override { std::system(("rm -rf " + dir).c_str()); }
+
+    Result run(const std::string& args)
+    {
+        Result r;
+        std::string outFile = dir + "/stdout", errFile = dir + "/stderr";
+        std::string cmd = std::string(VELMORA_BIN_DIR) + "/velmora-file --workspace " + workspace + " " + args + " >" +
+                          outFile + " 2>" + errFile;
+        int rc = std::system(cmd.c_str());
+        r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+        r.out = slurp(outFile);
+        r.err = slurp(errFile);
+        return r;
+    }
+    static std::string slurp(const std::string& path)
+    {
+        std::ifstream f(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(f), {});
+    }
+    static void spit(const std::string& path, const std::string& bytes)
+    {
+        std::ofstream f(path, std::ios::binary);
+        f << bytes;
+    }
+
+    std::string dir, workspace;
+};
+
+}  // namespace
+
+TEST_F(VelmoraFile, NewWritesADefaultApplicationThatDumpShows)
+{
+    Result made = run("new " + dir + "/a.3Dm");
+    ASSERT_EQ(made.status, 0) << made.err;
+    Result dump = run("dump " + dir + "/a.3Dm");
+    ASSERT_EQ(dump.status, 0) << dump.err;
+    EXPECT_EQ(dump.out.rfind("RtnApplication \"page\"", 0), 0u) << dump.out;
+    EXPECT_NE(dump.out.find("\n  Scripts: RtnGroup \"Scripts\""), std::string::npos) << dump.out;
+    EXPECT_NE(dump.out.find("\n    RtnProcessor \"Main\" X=0 Y=0 textX=0 textY=0 colors=0x00000000 luaglobal=\"\""),
+              std::string::npos)
+        << dump.out;
+    EXPECT_NE(dump.out.find("\n    ScnFramebuffer \"framebuffer\""), std::string::npos);
+    EXPECT_NE(dump.out.find("#include=\"//global include for a all OpenCL programs \\n\\n\""), std::string::npos);
+    EXPECT_NE(dump.out.find("light: ScnDeferredPointLight \"light\""), std::string::npos);
+}
+
+TEST_F(VelmoraFile, CopyWritesTheSameBytes)
+{
+    ASSERT_EQ(run("new " + dir + "/a.3Dm").status, 0);
+    Result copied = run("copy " + dir + "/a.3Dm " + dir + "/b.3Dm");
+    ASSERT_EQ(copied.status, 0) << copied.err;
+    EXPECT_EQ(slurp(dir + "/a.3Dm"), slurp(dir + "/b.3Dm"));
+}
+
+TEST_F(VelmoraFile, EveryCutIsRefusedWithAMessageAndFailingStatus)
+{
+    ASSERT_EQ(run("new " + dir + "/a.3Dm").status, 0);
+    const std::string whole = slurp(dir + "/a.3Dm");
+    ASSERT_GT(whole.size(), 256u);
+    const std::string cutPath = dir + "/cut.3Dm";
+    for (size_t cut = 0; cut < whole.size(); ++cut) {
+        spit(cutPath, whole.substr(0, cut));
+        Result r = run("dump " + cutPath);
+        EXPECT_NE(r.status, 0) << "cut at " << cut;
+        EXPECT_NE(r.err.find(cutPath + ": file is truncated or damaged at byte"), std::string::npos)
+            << "cut at " << cut << ": " << r.err;
+        EXPECT_TRUE(r.out.empty()) << "cut at " << cut;
+    }
+}
+
+TEST_F(VelmoraFile, BadUseAndMissingFilesFail)
+{
+    EXPECT_EQ(run("").status, 2);
+    EXPECT_EQ(run("frobnicate x").status, 2);
+    Result missing = run("dump " + dir + "/nothing.3Dm");
+    EXPECT_NE(missing.status, 0);
+    EXPECT_NE(missing.err.find("nothing.3Dm"), std::string::npos);
+    Result unwritable = run("new " + dir + "/no/such/folder/a.3Dm");
+    EXPECT_NE(unwritable.status, 0);
+    EXPECT_FALSE(unwritable.err.empty());
+    // An object file is no application, and a copy between the kinds is refused.
+    ASSERT_EQ(run("new " + dir + "/a.3Dm").status, 0);
+    EXPECT_NE(run("copy " + dir + "/a.3Dm " + dir + "/a.3Do").status, 0);
+}

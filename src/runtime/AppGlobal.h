@@ -41,6 +41,12 @@ lua_State* luaState();
 // module dir. Safe to call once per process; later calls return the state.
 lua_State* startLua();
 
+// What startLua() does, on a new state that the caller owns rather than the
+// process's: the standard libraries, the plug-ins of
+// "<project>/bindings/plugins/" and the module dir. Null when no state can be
+// made. Lets a state be started against a workspace other than the current one.
+lua_State* newLuaState(const std::string& project);
+
 // The module chain, as far as the modules exist, with their start/done trace
 // lines. Registers every node class; idempotent.
 void startModules();

@@ -1,30 +1,159 @@
-// Traversal base. A node's hook does its work and continues the walk with a
-// mask: 1 its children, 2 its next sibling, 3 both.
+// Traversal base and the walks that do not render.
+//
+// An action is one walk over a tree. Its visit names the node's hook for this
+// kind of action; the hook does its work and continues the walk with a mask
+// (1 children, 2 next sibling, 3 both). Actions allocate nothing: their stacks
+// are fixed arrays inside the object, which lives on the caller's stack. A
+// push beyond a stack's size is refused with a message on the error channel
+// and balanced by its pop, so nothing is ever written past the arrays.
 #pragma once
 
-class ScnNode;
+#include <cstdint>
+
+#include "node/ScnField.h"
+#include "node/ScnNode.h"
 
 class ScnAction {
 public:
     enum Walk { Children = 1, Siblings = 2, Both = 3 };
-    virtual ~ScnAction() = default;
+    static constexpr int kMatrixDepth = 20;
+    static constexpr int kSavedPointers = 20;
+    static constexpr int kInstanceDepth = 10;
+    static constexpr int kInstanceNameMax = 200;
 
-    // Walks the subtree of `start` only (its siblings are not visited).
-    void apply(ScnNode* start);
-    // Walks `node` and then its following siblings.
-    void walk(ScnNode* node);
-    // Continues after `node` with the given mask.
-    void continueWalk(ScnNode* node, int mask);
+    ScnAction();
+    virtual ~ScnAction() = default;
+    ScnAction(const ScnAction&) = delete;
+    ScnAction& operator=(const ScnAction&) = delete;
+
+    // Walks `node` and its subtree, but not its following siblings; then
+    // clears the path links below it.
+    virtual void apply(ScnNode* node);
+    // The sibling step after a node that does not walk its children.
+    virtual void continueWalk(ScnNode* node, int mask);
+    // Goes on after a node that may have children: bit 1 its first child (or
+    // the child its path link names), bit 2 its next sibling.
+    virtual void walk(ScnNode* node, int mask);
+    // Sets the path links from `node` up through its parents until the parent
+    // is `stop` or there is none; returns the top of the chain, for apply.
+    virtual ScnNode* buildPath(ScnNode* node, ScnNode* stop);
+    // The topmost ancestor; null for null.
+    virtual ScnNode* rootOf(ScnNode* node);
+
+    bool handled = false;
+
+    // Matrix stack; starts with the identity.
+    const ScnMatrix16& top() const { return m_matrices[m_top]; }
+    bool pushMatrix(const ScnMatrix16& m);
+    bool pushMultiplied(const ScnMatrix16& m);  // m times the matrix below
+    void popMatrix();
+    void inverseTop(ScnMatrix16& out) const;
+    int matrixDepth() const { return m_top + 1; }
+
+    // Saved "current" pointers around the walk of a node's children.
+    bool pushPointer(void* p);
+    void* popPointer();
+
+    // Names of the instances the walk is inside; the bottom record is empty.
+    struct InstanceRecord {
+        uint32_t sum = 0;
+        char name[kInstanceNameMax + 1] = {};
+    };
+    bool pushInstance(const char* name);
+    void popInstance();
+    const InstanceRecord& instance() const { return m_instances[m_instanceTop]; }
 
 protected:
     // Double dispatch into the node's hook for this action.
     virtual void visit(ScnNode* node) = 0;
+    // Visits a node and then the siblings that the hooks ask for, in a loop:
+    // long child lists cannot exhaust the stack.
+    void visitChain(ScnNode* node);
+    // Reports a refused push, once per walk and stack.
+    void overflow(const char* what);
 
 private:
-    // Visits a node and the siblings its hooks ask for, in a loop rather than
-    // by recursion, so that long child lists cannot exhaust the stack.
-    void visitChain(ScnNode* node);
-
-    ScnNode* m_stop = nullptr;     // the node whose siblings an apply must not visit
+    ScnMatrix16 m_matrices[kMatrixDepth];
+    int m_top = 0;
+    int m_matrixOverflow = 0;
+    void* m_pointers[kSavedPointers] = {};
+    int m_pointerCount = 0;
+    int m_pointerOverflow = 0;
+    InstanceRecord m_instances[kInstanceDepth];
+    int m_instanceTop = 0;
+    int m_instanceOverflow = 0;
+    unsigned m_reported = 0;
     ScnNode* m_pending = nullptr;  // the sibling a hook asked for
 };
+
+// Walks that compute bounding boxes: leaves add their own box, groups the box
+// of their children and their own.
+class ScnActionBoxes : public ScnAction {
+public:
+    void continueWalk(ScnNode* node, int mask) override;
+    void walk(ScnNode* node, int mask) override;
+    ScnBox box;
+};
+
+class ScnActionEvent : public ScnActionBoxes {
+public:
+    explicit ScnActionEvent(ScnNode* camera = nullptr) : camera(camera) {}
+    ScnNode* camera;
+    double nearest = 1.7976931348623157e308;
+    ScnNode* hit = nullptr;
+
+protected:
+    void visit(ScnNode* node) override { node->onEvent(*this); }
+};
+
+class ScnActionUpdate : public ScnActionBoxes {
+public:
+    ScnActionUpdate(bool flag = false, void* pointer = nullptr) : flag(flag), pointer(pointer) {}
+    bool flag;
+    void* pointer;
+
+protected:
+    void visit(ScnNode* node) override { node->onUpdate(*this); }
+};
+
+class ScnActionCreate : public ScnAction {
+public:
+    explicit ScnActionCreate(void* context = nullptr) : context(context) {}
+    void* context;  // the OpenCL context handed down to compute nodes
+
+protected:
+    void visit(ScnNode* node) override;
+};
+
+class ScnActionDestroy : public ScnAction {
+protected:
+    void visit(ScnNode* node) override;
+};
+
+class ScnActionTransform : public ScnAction {
+public:
+    explicit ScnActionTransform(const ScnMatrix16& delta);
+    ScnActionTransform(const ScnMatrix16& delta, const ScnMatrix16& scale, const ScnMatrix16& frame);
+    ScnMatrix16 delta, scale, frame, frameInverse;
+    bool hasDelta = false, hasScale = false;
+    void* currentTransform = nullptr;
+
+protected:
+    void visit(ScnNode* node) override { node->onTransform(*this); }
+};
+
+class ScnActionGetMatrix : public ScnAction {
+protected:
+    void visit(ScnNode* node) override;
+};
+
+class ScnActionGetModelMatrix : public ScnAction {
+protected:
+    void visit(ScnNode* node) override;
+};
+
+// Matrix helpers (column-major, translation in 12, 13, 14).
+ScnMatrix16 scnMultiply(const ScnMatrix16& a, const ScnMatrix16& b);
+bool scnInverse(const ScnMatrix16& m, ScnMatrix16& out);
+ScnBox scnTransformBox(const ScnBox& box, const ScnMatrix16& m);
+void scnExtendBox(ScnBox& box, const ScnBox& by);

@@ -98,6 +98,7 @@ uint32_t formatVersion = kCurrentVersion;
 
 ScnNodeType ScnNode::s_type;
 bool ScnNode::s_noLink = false;
+ScnScriptHooks g_scnScriptHooks;
 
 ScnNode::ScnNode()
 {
@@ -111,6 +112,7 @@ ScnNode::ScnNode(const ScnNode& other) : m_enabled(other.m_enabled)
 
 ScnNode::~ScnNode()
 {
+    if (m_luaRef && g_scnScriptHooks.releaseObject) g_scnScriptHooks.releaseObject(this);
     if (m_twin && m_twin->m_designPeer == this) m_twin->m_designPeer = nullptr;
     if (m_designPeer && m_designPeer->m_twin == this) m_designPeer->m_twin = nullptr;
 }
@@ -120,6 +122,8 @@ ScnNode* ScnNode::instantiate()
     ScnNode* copy = makeCopy();
     copy->copyFieldsFrom(*this);
     if (!s_noLink) linkTwin(copy);
+    // Only copies become reachable from scripts: design nodes never are.
+    if (copy->getLuaClassRef() && g_scnScriptHooks.createObject) g_scnScriptHooks.createObject(copy);
     return copy;
 }
 
@@ -186,7 +190,9 @@ void ScnNode::setBounds(const ScnBox& box)
 
 void ScnNode::setName(const std::string& text)
 {
+    std::string old = name.value;
     name.value = text;
+    if (m_parent && m_parent->getLuaRef() && g_scnScriptHooks.rename) g_scnScriptHooks.rename(this, old);
 }
 
 ScnNode* ScnNode::findChild(const std::string&) { return nullptr; }
@@ -459,18 +465,14 @@ void ScnGroup::replace(ScnNode* oldNode, ScnNode* newNode)
     if (oldNode->m_refCount) --oldNode->m_refCount;
 }
 
-void ScnGroup::onEvent(ScnAction& action)
-{
-    action.continueWalk(this, enabled() ? ScnAction::Both : ScnAction::Siblings);
-}
-void ScnGroup::onDestroy(ScnAction& action) { action.continueWalk(this, ScnAction::Both); }
-void ScnGroup::onTransform(ScnAction& action) { action.continueWalk(this, ScnAction::Both); }
-void ScnGroup::onUpdate(ScnAction& action) { action.continueWalk(this, ScnAction::Both); }
-void ScnGroup::onCreate(ScnAction& action) { action.continueWalk(this, ScnAction::Both); }
-void ScnGroup::onRender(ScnAction& action)
-{
-    action.continueWalk(this, enabled() ? ScnAction::Both : ScnAction::Siblings);
-}
+// A group that is not enabled is skipped by event and render walks; its
+// siblings are not.
+void ScnGroup::onEvent(ScnAction& action) { action.walk(this, enabled() ? ScnAction::Both : ScnAction::Siblings); }
+void ScnGroup::onDestroy(ScnAction& action) { action.walk(this, ScnAction::Both); }
+void ScnGroup::onTransform(ScnAction& action) { action.walk(this, ScnAction::Both); }
+void ScnGroup::onUpdate(ScnAction& action) { action.walk(this, ScnAction::Both); }
+void ScnGroup::onCreate(ScnAction& action) { action.walk(this, ScnAction::Both); }
+void ScnGroup::onRender(ScnAction& action) { action.walk(this, enabled() ? ScnAction::Both : ScnAction::Siblings); }
 
 // -- ScnMatrix ------------------------------------------------------------------
 
@@ -483,5 +485,5 @@ ScnMatrix::ScnMatrix()
 
 void ScnMatrix::onTransform(ScnAction& action)
 {
-    action.continueWalk(this, ScnAction::Both);
+    action.walk(this, ScnAction::Both);
 }

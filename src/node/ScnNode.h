@@ -57,6 +57,23 @@ extern uint32_t formatVersion;
 constexpr uint32_t kCurrentVersion = 2000;
 }
 
+// What the script bridge does for nodes, installed when Lua starts. The node
+// layer calls these at the right moments and knows nothing of Lua itself.
+struct ScnScriptHooks {
+    // Gives a copy of a script-visible class its userdata and tables.
+    void (*createObject)(ScnNode* node) = nullptr;
+    // Drops a node's userdata when the node is destroyed; a script that kept
+    // it holds a dead value afterwards.
+    void (*releaseObject)(ScnNode* node) = nullptr;
+    // parent.<child's name> = child, in the parent's instance table.
+    void (*bindName)(ScnNode* parent, ScnNode* child) = nullptr;
+    // parent.<child's name> = nil.
+    void (*unbindName)(ScnNode* parent, ScnNode* child) = nullptr;
+    // Moves the parent's entry from the old name to the node's present name.
+    void (*rename)(ScnNode* node, const std::string& oldName) = nullptr;
+};
+extern ScnScriptHooks g_scnScriptHooks;
+
 struct ScnBox {
     double min[3] = {1.7976931348623157e308, 1.7976931348623157e308, 1.7976931348623157e308};
     double max[3] = {-1.7976931348623157e308, -1.7976931348623157e308, -1.7976931348623157e308};
@@ -202,6 +219,7 @@ protected:
 private:
     friend class ScnMFNodeBase;
     friend class ScnGroup;
+    friend class ScnAction;
 
     std::vector<ScnField*> m_fields;
 

@@ -1,0 +1,302 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "node/ScnAction.h"
+#include "node/ScnNode.h"
+#include "runtime/Channels.h"
+
+// Counts allocations so that a test can show that walks make none.
+static std::atomic<long> g_allocations{0};
+void* operator new(std::size_t n)
+{
+    ++g_allocations;
+    if (void* p = std::malloc(n ? n : 1)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+std::vector<std::string>* g_log = nullptr;
+
+// A leaf with a box of its own, and a matrix node that pushes its matrix
+// around its children in update walks, as transforms do.
+class BoxNode : public ScnNode {
+    SCN_NODE(BoxNode, ScnNode)
+public:
+    BoxNode() = default;
+    ScnBox computeBounds() const override
+    {
+        ScnBox b;
+        for (int i = 0; i < 3; ++i) {
+            b.min[i] = -1;
+            b.max[i] = 1;
+        }
+        return b;
+    }
+};
+ScnNodeType BoxNode::s_type;
+
+class Shift : public ScnMatrix {
+    SCN_NODE(Shift, ScnMatrix)
+public:
+    Shift() = default;
+    void onUpdate(ScnAction& a) override
+    {
+        a.pushMatrix(scnMultiply(a.top(), worldmatrix.value));
+        a.walk(this, ScnAction::Children);
+        a.popMatrix();
+        a.walk(this, ScnAction::Siblings);
+    }
+};
+ScnNodeType Shift::s_type;
+
+// Walks that record the names they visit, for every hook.
+template <class Base>
+struct Recording : Base {
+    std::vector<std::string> seen;
+    void visit(ScnNode* n) override
+    {
+        seen.push_back(n->getName());
+        Base::visit(n);
+    }
+};
+struct RecEvent : Recording<ScnActionEvent> {};
+struct RecUpdate : Recording<ScnActionUpdate> {};
+struct RecCreate : Recording<ScnActionCreate> {};
+struct RecDestroy : Recording<ScnActionDestroy> {};
+
+ScnGroup* group(ScnGroup* parent, const char* name)
+{
+    auto* g = new ScnGroup();
+    g->name = name;
+    if (parent) parent->append(g);
+    return g;
+}
+
+ScnNode* leaf(ScnGroup* parent, const char* name)
+{
+    auto* n = new ScnNode();
+    n->name = name;
+    parent->append(n);
+    return n;
+}
+
+// root
+//   a
+//     a1
+//     a2 (group)
+//       a21
+//   b (disabled group)
+//     b1
+//   c
+struct Tree {
+    ScnGroup root;
+    ScnGroup *a, *a2, *b;
+    ScnNode *a1, *a21, *b1, *c;
+    Tree()
+    {
+        root.name = "root";
+        a = group(&root, "a");
+        a1 = leaf(a, "a1");
+        a2 = group(a, "a2");
+        a21 = leaf(a2, "a21");
+        b = group(&root, "b");
+        b1 = leaf(b, "b1");
+        b->setEnabled(false);
+        c = leaf(&root, "c");
+    }
+};
+
+using Names = std::vector<std::string>;
+
+}  // namespace
+
+TEST(Actions, ApplyWalksTheSubtreeButNotTheNextSiblingAndRestoresIt)
+{
+    Tree t;
+    RecUpdate w;
+    w.apply(t.a);
+    EXPECT_EQ(w.seen, (Names{"a", "a1", "a2", "a21"}));
+    EXPECT_EQ(t.a->next(), t.b);
+
+    RecUpdate all;
+    all.apply(&t.root);
+    EXPECT_EQ(all.seen, (Names{"root", "a", "a1", "a2", "a21", "b", "b1", "c"}));
+}
+
+TEST(Actions, DisabledGroupsAreSkippedOnlyByEventWalks)
+{
+    Tree t;
+    RecEvent e;
+    e.apply(&t.root);
+    EXPECT_EQ(e.seen, (Names{"root", "a", "a1", "a2", "a21", "b", "c"}));
+    RecCreate c;
+    c.apply(&t.root);
+    EXPECT_EQ(c.seen.size(), 8u);
+    RecDestroy d;
+    d.apply(&t.root);
+    EXPECT_EQ(d.seen.size(), 8u);
+}
+
+TEST(Actions, PathWalkVisitsOnlyThePathThenTheTargetSubtreeAndClearsLinks)
+{
+    Tree t;
+    RecUpdate w;
+    ScnNode* top = w.buildPath(t.a2, nullptr);
+    EXPECT_EQ(top, &t.root);
+    EXPECT_EQ(t.root.pathLink, t.a);
+    w.apply(top);
+    EXPECT_EQ(w.seen, (Names{"root", "a", "a2", "a21"}));
+    for (ScnNode* n : {static_cast<ScnNode*>(&t.root), static_cast<ScnNode*>(t.a), static_cast<ScnNode*>(t.a2)})
+        EXPECT_EQ(n->pathLink, nullptr);
+
+    // A stop node is not entered: the chain starts below it.
+    RecUpdate below;
+    EXPECT_EQ(below.buildPath(t.a21, t.a), t.a2);
+    below.apply(t.a2);
+    EXPECT_EQ(below.seen, (Names{"a2", "a21"}));
+    EXPECT_EQ(below.rootOf(t.a21), &t.root);
+    EXPECT_EQ(below.rootOf(nullptr), nullptr);
+}
+
+TEST(Actions, UpdateWalkComputesBoxesThroughTheMatrixStack)
+{
+    ScnGroup root;
+    root.name = "root";
+    auto* empty = group(&root, "empty");
+    auto* shift = new Shift();
+    shift->worldmatrix = ScnMatrix16::translation(10, 0, 0);
+    root.append(shift);
+    auto* box = new BoxNode();
+    shift->append(box);
+
+    ScnActionUpdate u;
+    u.apply(&root);
+    EXPECT_TRUE(empty->getBounds().isEmpty());
+    EXPECT_DOUBLE_EQ(box->getBounds().min[0], 9);
+    EXPECT_DOUBLE_EQ(box->getBounds().max[0], 11);
+    EXPECT_DOUBLE_EQ(shift->getBounds().min[0], 9);
+    EXPECT_DOUBLE_EQ(root.getBounds().max[0], 11);
+    EXPECT_DOUBLE_EQ(root.getBounds().min[1], -1);
+    EXPECT_EQ(u.matrixDepth(), 1);
+}
+
+TEST(Actions, StackOverflowIsRefusedWithOneMessageAndStaysBalanced)
+{
+    Channels::clearAll();
+    ScnActionUpdate a;
+    ScnMatrix16 m = ScnMatrix16::translation(1, 2, 3);
+    int accepted = 0;
+    for (int i = 0; i < 30; ++i) accepted += a.pushMatrix(m);
+    EXPECT_EQ(accepted, ScnAction::kMatrixDepth - 1);
+    EXPECT_EQ(a.matrixDepth(), ScnAction::kMatrixDepth);
+    for (int i = 0; i < 30; ++i) a.popMatrix();
+    EXPECT_EQ(a.matrixDepth(), 1);
+    EXPECT_TRUE(a.top().isIdentity());
+
+    int saved = 0;
+    for (int i = 0; i < 25; ++i) saved += a.pushPointer(&saved);
+    EXPECT_EQ(saved, ScnAction::kSavedPointers);
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(a.popPointer(), nullptr);  // the refused ones
+    EXPECT_EQ(a.popPointer(), &saved);
+
+    for (int i = 0; i < 12; ++i) a.pushInstance("inst");
+    EXPECT_STREQ(a.instance().name, "inst");
+    EXPECT_EQ(a.instance().sum, static_cast<uint32_t>('i' + 'n' + 's' + 't'));
+    for (int i = 0; i < 12; ++i) a.popInstance();
+    EXPECT_STREQ(a.instance().name, "");
+
+    std::vector<LogRecord> msgs = Channels::drainMerged();
+    ASSERT_EQ(msgs.size(), 3u);  // one per stack
+    EXPECT_NE(std::string(msgs[0].text).find("(ScnAction): matrix nodes nested deeper than 20"), std::string::npos);
+}
+
+TEST(Actions, CreateBindsAndDestroyUnbindsNamesUnderScriptVisibleParents)
+{
+    Tree t;
+    std::vector<std::string> log;
+    g_log = &log;
+    ScnScriptHooks saved = g_scnScriptHooks;
+    g_scnScriptHooks.bindName = [](ScnNode* p, ScnNode* c) { g_log->push_back("+" + p->getName() + "." + c->getName()); };
+    g_scnScriptHooks.unbindName = [](ScnNode* p, ScnNode* c) { g_log->push_back("-" + p->getName() + "." + c->getName()); };
+    t.a->setLuaRef(7);  // only a has a script object
+
+    ScnActionCreate create;
+    create.apply(&t.root);
+    EXPECT_EQ(log, (Names{"+a.a1", "+a.a2"}));
+    log.clear();
+
+    // Nodes passed on the way of a path are not bound again; the target is.
+    ScnActionCreate path;
+    path.apply(path.buildPath(t.a21, nullptr));
+    EXPECT_TRUE(log.empty());
+    path.apply(path.buildPath(t.a1, nullptr));
+    EXPECT_EQ(log, (Names{"+a.a1"}));
+    log.clear();
+
+    ScnActionDestroy destroy;
+    destroy.apply(t.a);
+    EXPECT_EQ(log, (Names{"-a.a1", "-a.a2"}));
+
+    t.a->setLuaRef(0);
+    g_scnScriptHooks = saved;
+    g_log = nullptr;
+}
+
+TEST(Actions, ModelMatrixIsTheLastMatrixOnThePath)
+{
+    ScnGroup root;
+    auto* outer = new ScnMatrix();
+    outer->worldmatrix = ScnMatrix16::translation(1, 0, 0);
+    root.append(outer);
+    auto* inner = new ScnMatrix();
+    inner->worldmatrix = ScnMatrix16::translation(0, 5, 0);
+    outer->append(inner);
+    auto* target = new ScnNode();
+    inner->append(target);
+    leaf(&root, "other");
+
+    ScnActionGetModelMatrix g;
+    g.apply(g.buildPath(target, nullptr));
+    EXPECT_EQ(g.top().m[13], 5);
+    EXPECT_EQ(g.top().m[12], 0);
+    EXPECT_EQ(g.matrixDepth(), 3);
+
+    ScnActionGetMatrix id;
+    id.apply(id.buildPath(target, nullptr));
+    EXPECT_TRUE(id.top().isIdentity());
+}
+
+TEST(Actions, TransformActionKeepsItsMatricesAndFlags)
+{
+    ScnMatrix16 frame = ScnMatrix16::translation(0, 0, 4);
+    ScnActionTransform t(ScnMatrix16::translation(1, 0, 0), ScnMatrix16{}, frame);
+    EXPECT_TRUE(t.hasDelta);
+    EXPECT_FALSE(t.hasScale);
+    EXPECT_TRUE(scnMultiply(frame, t.frameInverse).isIdentity());
+    ScnActionTransform only(ScnMatrix16{});
+    EXPECT_FALSE(only.hasDelta);
+}
+
+TEST(Actions, WalksAllocateNothing)
+{
+    Tree t;
+    for (int i = 0; i < 1000; ++i) leaf(t.a2, "x");
+    ScnActionEvent warm;
+    warm.apply(&t.root);
+    long before = g_allocations.load();
+    for (int i = 0; i < 10; ++i) {
+        ScnActionEvent e;
+        e.apply(&t.root);
+        ScnActionUpdate u;
+        u.apply(u.buildPath(t.a21, nullptr));
+    }
+    EXPECT_EQ(g_allocations.load(), before);
+}

@@ -16,11 +16,9 @@ configure: deps
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
-# For now the main job writes a new application and dumps it.
+# The main job: the hello sample, run headless for ten frames.
 run: build
-	@mkdir -p $(BUILD)/run
-	@$(BUILD)/bin/velmora-file new $(BUILD)/run/new.3Dm
-	@$(BUILD)/bin/velmora-file dump $(BUILD)/run/new.3Dm
+	@$(BUILD)/bin/velmora-run --frames 10 --start $(BUILD)/bin/workspace samples/hello.3Dm
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 600

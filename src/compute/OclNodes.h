@@ -16,6 +16,10 @@ class OclDevice : public ScnGroup {
     SCN_NODE(OclDevice, ScnGroup)
 public:
     OclDevice();
+    // Published as a script global under its name; a rename moves it.
+    void onCreate(ScnAction& action) override;
+    void onDestroy(ScnAction& action) override;
+    void setName(const std::string& text) override;
 };
 
 class OclPlatform : public ScnGroup {

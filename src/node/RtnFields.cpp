@@ -94,7 +94,7 @@ void RtnMFNode::assign(const ScnField& other)
     if (&src == this) return;
     clear();
     for (int i = 0; i < kSlots; ++i)
-        if (src.m_slots[i]) set(i, src.m_slots[i]->instantiate());
+        if (src.m_slots[i]) set(i, src.m_slots[i]->instantiate());  // null for run-time objects
 }
 
 std::string RtnMFNode::toText() const

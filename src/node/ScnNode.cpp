@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "node/ScnAction.h"
+#include "runtime/ScnLua.h"
 
 // -- class registry -----------------------------------------------------------
 
@@ -64,8 +65,10 @@ ScnNode* create(const std::string& name, bool* known)
 {
     ScnNodeType* t = find(name);
     bool ok = t && t->factory && (t->category & kActiveMask);
-    if (known) *known = ok;
-    return ok ? t->factory() : ScnGroup::factory();
+    // Run-time classes are registered for scripts but cannot be made from a file.
+    ScnNode* n = ok ? t->factory() : nullptr;
+    if (known) *known = n != nullptr;
+    return n ? n : ScnGroup::factory();
 }
 
 const ScnNodeType* parentOf(const ScnNodeType& type)
@@ -120,6 +123,7 @@ ScnNode::~ScnNode()
 ScnNode* ScnNode::instantiate()
 {
     ScnNode* copy = makeCopy();
+    if (!copy) return nullptr;  // run-time objects are not copied
     copy->copyFieldsFrom(*this);
     if (!s_noLink) linkTwin(copy);
     // Only copies become reachable from scripts: design nodes never are.
@@ -193,6 +197,63 @@ void ScnNode::setName(const std::string& text)
     std::string old = name.value;
     name.value = text;
     if (m_parent && m_parent->getLuaRef() && g_scnScriptHooks.rename) g_scnScriptHooks.rename(this, old);
+}
+
+// -- script methods -------------------------------------------------------------
+
+void ScnNode::addLuaMethods(ScnLuaClass<ScnNode>& c)
+{
+    c.add("parent", &ScnNode::luaParent);
+    c.add("prev", &ScnNode::luaPrev);
+    c.add("next", &ScnNode::luaNext);
+    c.add("getName", &ScnNode::luaGetName);
+    c.add("setEnabled", &ScnNode::luaSetEnabled);
+    c.add("getAABBmin", &ScnNode::luaGetAABBmin);
+    c.add("getAABBmax", &ScnNode::luaGetAABBmax);
+}
+
+int ScnNode::luaParent(lua_State* L)
+{
+    ScnLua::pushNode(L, m_parent);
+    return 1;
+}
+
+int ScnNode::luaPrev(lua_State* L)
+{
+    ScnLua::pushNode(L, m_prev);
+    return 1;
+}
+
+int ScnNode::luaNext(lua_State* L)
+{
+    ScnLua::pushNode(L, m_next);
+    return 1;
+}
+
+int ScnNode::luaGetName(lua_State* L)
+{
+    lua_pushlstring(L, name.value.data(), name.value.size());
+    return 1;
+}
+
+int ScnNode::luaSetEnabled(lua_State* L)
+{
+    setEnabled(lua_toboolean(L, 1) != 0);
+    return 0;
+}
+
+int ScnNode::luaGetAABBmin(lua_State* L)
+{
+    const ScnBox& box = getBounds();
+    for (double v : box.min) lua_pushnumber(L, v);
+    return 3;
+}
+
+int ScnNode::luaGetAABBmax(lua_State* L)
+{
+    const ScnBox& box = getBounds();
+    for (double v : box.max) lua_pushnumber(L, v);
+    return 3;
 }
 
 ScnNode* ScnNode::findChild(const std::string&) { return nullptr; }
@@ -324,7 +385,8 @@ void ScnMFNodeBase::assign(const ScnField& other)
     const ScnMFNodeBase& src = static_cast<const ScnMFNodeBase&>(other);
     if (&src == this) return;
     release();
-    for (ScnNode* n = src.m_first; n; n = n->m_next) append(n->instantiate());
+    for (ScnNode* n = src.m_first; n; n = n->m_next)
+        if (ScnNode* c = n->instantiate()) append(c);
 }
 
 // -- ScnGroup -------------------------------------------------------------------
@@ -347,6 +409,22 @@ ScnNode* ScnGroup::getChild(int index)
 {
     if (index < 0) return nullptr;
     return children.nodeAt(index);
+}
+
+void ScnGroup::addLuaMethods(ScnLuaClass<ScnGroup>& c)
+{
+    c.add("getChild", &ScnGroup::luaGetChild);
+}
+
+int ScnGroup::luaGetChild(lua_State* L)
+{
+    // A number is truncated, as lua_tointeger would; anything else names no child.
+    double index = lua_type(L, 1) == LUA_TNUMBER ? lua_tonumber(L, 1) : -1;
+    if (index >= 0 && index <= 2147483647.0)
+        ScnLua::pushNode(L, getChild(static_cast<int>(index)));
+    else
+        lua_pushnil(L);
+    return 1;
 }
 
 int ScnGroup::indexOfChild(const ScnNode* node)

@@ -18,6 +18,9 @@ class ScnGroup;
 class ScnAction;
 class ScnShader;
 class ScnMFFunction;
+struct lua_State;
+template <class T>
+class ScnLuaClass;
 
 using ScnFactory = ScnNode* (*)();
 
@@ -204,6 +207,18 @@ public:
     bool enabled() const { return m_enabled; }
     void setEnabled(bool on) { m_enabled = on; }
 
+    // Script methods: parent(), prev(), next() give a node or nil; getName()
+    // gives "" for no name; setEnabled(flag); getAABBmin(), getAABBmax() give
+    // three numbers each.
+    static void addLuaMethods(ScnLuaClass<ScnNode>& c);
+    int luaParent(lua_State* L);
+    int luaPrev(lua_State* L);
+    int luaNext(lua_State* L);
+    int luaGetName(lua_State* L);
+    int luaSetEnabled(lua_State* L);
+    int luaGetAABBmin(lua_State* L);
+    int luaGetAABBmax(lua_State* L);
+
     ScnNode* pathLink = nullptr;
     void* treeItem = nullptr;
     uint8_t markingCount = 0;
@@ -274,6 +289,11 @@ public:
     int childCount() const override { return static_cast<int>(children.count()); }
 
     ScnNode* firstChild() const { return children.first(); }
+
+    // Script method getChild(i): the child at i from 0, nil when i is no
+    // number or there is no such child.
+    static void addLuaMethods(ScnLuaClass<ScnGroup>& c);
+    int luaGetChild(lua_State* L);
 
     // Puts `child` at the front of this group, taking it from its old parent.
     void addFirst(ScnNode* child);

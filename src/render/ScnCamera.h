@@ -29,4 +29,8 @@ public:
     ScnSF<float> speed{this, "speed", 1.0f};
     ScnSFMatrix matrix{this, "matrix", ScnMatrix16::translation(0, 0, 12)};
     ScnSFNode<ScnDeferredPointLight> light{this, "light"};
+
+    // The camera branch publishes itself as a script global under its name.
+    void onCreate(ScnAction& action) override;
+    void onDestroy(ScnAction& action) override;
 };

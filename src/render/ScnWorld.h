@@ -10,6 +10,10 @@ public:
 
     ScnSFBits flags{this, "flags", 65535};
 
+    // A world publishes itself as a script global under its name.
+    void onCreate(ScnAction& action) override;
+    void onDestroy(ScnAction& action) override;
+
     double step = 0;                  // seconds per frame while running
     ScnWorld* outerWorld = nullptr;   // the world current when the last update reached this one
 };

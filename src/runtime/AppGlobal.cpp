@@ -18,6 +18,8 @@
 #include "platform/Settings.h"
 #include "runtime/Channels.h"
 #include "runtime/DirModule.h"
+#include "runtime/LuaExt.h"
+#include "runtime/ScnLua.h"
 
 namespace {
 
@@ -53,9 +55,20 @@ void logLuaError(lua_State* L, const std::string& source)
     lua_pop(L, 1);
 }
 
+// print's lines go to the Lua print channel instead of standard output.
+void printToChannel(const char* line)
+{
+    try {
+        LogStream(Channels::luaPrint(), "script") << line;
+    } catch (...) {
+        // Called from inside Lua: a line that cannot be logged is dropped.
+    }
+}
+
 int openStandardLibraries(lua_State* L)
 {
     luaL_openlibs(L);
+    velmora_setprintfunc(L, printToChannel);
     return 0;
 }
 
@@ -185,7 +198,11 @@ lua_State* newLuaState(const std::string& project)
 
 lua_State* startLua()
 {
-    if (!g_lua) g_lua = newLuaState(g_projectPath);
+    if (!g_lua) {
+        g_lua = newLuaState(g_projectPath);
+        // Nodes get their Lua objects on the process's state only.
+        if (g_lua) ScnLua::installHooks();
+    }
     return g_lua;
 }
 

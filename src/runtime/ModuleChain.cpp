@@ -11,8 +11,11 @@
 #include "render/ScnShader.h"
 #include "render/ScnWorld.h"
 #include "runtime/AppGlobal.h"
+#include "runtime/AppModule.h"
+#include "runtime/CmdNodes.h"
 #include "runtime/RtnApplication.h"
 #include "runtime/RtnNodes.h"
+#include "runtime/ScnLua.h"
 #include "widgets/GuiRoot.h"
 
 namespace {
@@ -35,10 +38,13 @@ const char* const kChannelTypes[] = {"CL_SNORM_INT8", "CL_SNORM_INT16", "CL_UNOR
 const char* const kChannelOrders[] = {"CL_R", "CL_A", "CL_RG", "CL_RA", "CL_RGB",
                                       "CL_RGBA", "CL_BGRA", "CL_ARGB", "CL_INTENSITY", "CL_LUMINANCE"};
 
+// Registers a node class and builds its Lua class, with the methods the class
+// declares in its addLuaMethods.
 template <class T>
 void reg(ScnNodeType* parent, const char* name, uint32_t category)
 {
     ScnNodeRegistry::registerClass(T::s_type, parent, name, &T::factory, category);
+    ScnLuaClass<T>::registerClass(AppGlobal::luaState());
 }
 
 void geoInit()
@@ -101,7 +107,10 @@ void rtnInit()
     VTRACE("RtnGlobal::init()-start");
     {
         GcPause gc;
+        if (lua_State* L = AppGlobal::luaState()) lua_cpcall(L, AppModule::open, nullptr);
         reg<RtnGroup>(&ScnGroup::s_type, "RtnGroup", 2);
+        reg<CmdProcessor>(&ScnNode::s_type, "CmdProcessor", 2);
+        reg<CmdApplication>(&ScnGroup::s_type, "CmdApplication", 2);
         reg<RtnRegister>(&ScnNode::s_type, "RtnRegister", 128);
         reg<RtnProcessor>(&ScnNode::s_type, "RtnProcessor", 2);
         reg<RtnApplication>(&ScnGroup::s_type, "RtnApplication", 128);

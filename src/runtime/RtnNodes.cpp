@@ -1,5 +1,9 @@
 #include "runtime/RtnNodes.h"
 
+#include "runtime/AppGlobal.h"
+#include "runtime/CmdNodes.h"
+#include "runtime/ScnScriptEnv.h"
+
 ScnNodeType RtnGroup::s_type;
 ScnNodeType RtnNode::s_type;
 ScnNodeType RtnRegister::s_type;
@@ -47,4 +51,142 @@ void RtnProcessor::write(ScnOutStream& out) const
     s_current = const_cast<RtnProcessor*>(this);
     RtnNode::write(out);
     s_current = saved;
+}
+
+// -- registers: tokens and code ---------------------------------------------------
+
+void RtnRegister::deposit(ScnNode* node)
+{
+    if (!node) return;
+    bool first = marking.count() == 0;
+    if (first) node->addEvents(functions);
+    marking.append(node);
+    if (auto* twin = dynamic_cast<CmdRegister*>(this->twin())) twin->deposit(node->twin(), true);
+    ++node->markingCount;
+    if (first) tokenType = *node->getType();
+}
+
+void RtnRegister::setFunctionCode(int i, const std::string& text)
+{
+    if (i < 0 || i >= functions.count()) return;
+    functions.setCode(i, text);
+    functions.setModified(i, false);
+}
+
+bool RtnRegister::compileFunction(int i)
+{
+    auto* twin = dynamic_cast<CmdRegister*>(this->twin());
+    return twin && twin->recompile(i);
+}
+
+const ScnNodeType* RtnRegister::getTokenType()
+{
+    for (int i = 0; i < marking.count(); ++i)
+        if (ScnNode* n = marking.path(i).resolve()) return n->getType();
+    return &tokenType;
+}
+
+void RtnRegister::depositAll(bool events)
+{
+    auto* twin = dynamic_cast<CmdRegister*>(this->twin());
+    if (!twin) return;
+    for (int i = 0; i < marking.count(); ++i)
+        if (ScnNode* n = marking.path(i).resolve())
+            if (n->twin()) twin->deposit(n->twin(), events);
+}
+
+void RtnRegister::removeAll(bool events)
+{
+    auto* twin = dynamic_cast<CmdRegister*>(this->twin());
+    if (!twin) return;
+    for (int i = 0; i < marking.count(); ++i)
+        if (ScnNode* n = marking.path(i).resolve())
+            if (n->twin()) twin->remove(n->twin(), events);
+}
+
+// -- processors ---------------------------------------------------------------------
+
+ScnNode* RtnProcessor::instantiate()
+{
+    return new CmdProcessor(this);
+}
+
+ScnNode* RtnProcessor::duplicate()
+{
+    // A copy for the editor's clipboard is a design processor.
+    auto* copy = new RtnProcessor(*this);
+    bool saved = s_noLink;
+    s_noLink = true;
+    copy->copyFieldsFrom(*this);
+    s_noLink = saved;
+    return copy;
+}
+
+void RtnProcessor::addEvents(ScnMFFunction& f)
+{
+    f.append("OnActivate");
+    f.append("OnDeactivate");
+}
+
+void RtnProcessor::removeEvents(ScnMFFunction& f)
+{
+    f.remove("OnActivate");
+    f.remove("OnDeactivate");
+}
+
+RtnRegister* RtnProcessor::createRegister(int index)
+{
+    if (index < 0 || index >= kRegisters || colors.get(index)) return nullptr;
+    RtnProcessor* saved = s_current;
+    s_current = this;
+    auto* reg = new RtnRegister();
+    s_current = saved;
+    reg->index = index;
+    reg->addDefaultFunctions();
+    colors.set(index, reg);
+    if (auto* cp = dynamic_cast<CmdProcessor*>(twin())) new CmdRegister(cp, reg);
+    return reg;
+}
+
+bool RtnProcessor::moveRegister(int from, int to)
+{
+    RtnRegister* reg = getRegister(from);
+    if (!reg || to < 0 || to >= kRegisters || colors.get(to)) return false;
+    reg->removeAll(false);
+    delete reg->twin();
+    colors.take(from);
+    colors.set(to, reg);
+    reg->index = to;
+    if (auto* cp = dynamic_cast<CmdProcessor*>(twin())) new CmdRegister(cp, reg);
+    reg->depositAll(false);
+    return true;
+}
+
+void RtnProcessor::deleteRegister(RtnRegister* reg)
+{
+    if (!reg || getRegister(reg->index.value) != reg) return;
+    reg->removeAll(true);
+    delete reg->twin();
+    for (int i = 0; i < reg->marking.count(); ++i)
+        if (ScnNode* n = reg->marking.path(i).resolve())
+            if (n->markingCount) --n->markingCount;
+    delete colors.take(reg->index.value);
+}
+
+void RtnProcessor::setGlobalScript(const std::string& text)
+{
+    luaglobal = text;
+    scriptChanged = true;
+}
+
+bool RtnProcessor::runGlobalScript()
+{
+    scriptChanged = false;
+    lua_State* L = AppGlobal::luaState();
+    auto* cp = dynamic_cast<CmdProcessor*>(twin());
+    if (!L || !cp || luaglobal.value.empty()) return true;
+    std::string message;
+    if (ScnScript::runGlobalText(L, luaglobal.value, cp->environment(), &message)) return true;
+    ScnScript::reportTextError(message.c_str(), this, getName());
+    return false;
 }

@@ -8,6 +8,10 @@ class GuiRoot : public ScnGroup {
 public:
     GuiRoot();
 
+    // Published as a script global under its name, also along a path.
+    void onCreate(ScnAction& action) override;
+    void onDestroy(ScnAction& action) override;
+
     static ScnColor grey(float v) { return ScnColor{v, v, v, 1}; }
 
     ScnSFColor face3D{this, "3DFACE", grey(0.941176f)};

@@ -1,0 +1,95 @@
+// Branch roots reach scripts as globals under their node names (OpenGL,
+// Scripts, Gui, OpenCL, Camera). Only twins have Lua objects, so design
+// nodes never publish anything.
+#include "compute/OclNodes.h"
+#include "node/ScnAction.h"
+#include "render/ScnCamera.h"
+#include "render/ScnWorld.h"
+#include "runtime/AppGlobal.h"
+#include "runtime/RtnNodes.h"
+#include "runtime/ScnLua.h"
+#include "widgets/GuiRoot.h"
+
+namespace {
+
+void publish(ScnNode* node)
+{
+    if (lua_State* L = AppGlobal::luaState())
+        if (node->getLuaRef()) ScnLua::setGlobalNode(L, node->getName().c_str(), node);
+}
+
+void withdraw(ScnNode* node, const std::string& name)
+{
+    lua_State* L = AppGlobal::luaState();
+    if (!L || !node->getLuaRef()) return;
+    // Only the global that still names this node: a later tree may own it now.
+    lua_getglobal(L, name.c_str());
+    bool mine = ScnLua::toNode(L, -1) == node;
+    lua_pop(L, 1);
+    if (mine) ScnLua::clearGlobalNode(L, name.c_str());
+}
+
+}  // namespace
+
+void ScnWorld::onCreate(ScnAction& action)
+{
+    if (!pathLink) publish(this);
+    ScnMatrix::onCreate(action);
+}
+
+void ScnWorld::onDestroy(ScnAction& action)
+{
+    if (!pathLink) withdraw(this, getName());
+    ScnMatrix::onDestroy(action);
+}
+
+void ScnCameraExamine::onCreate(ScnAction& action)
+{
+    if (!pathLink) publish(this);
+    ScnCamera::onCreate(action);
+}
+
+void ScnCameraExamine::onDestroy(ScnAction& action)
+{
+    if (!pathLink) withdraw(this, getName());
+    ScnCamera::onDestroy(action);
+}
+
+void OclDevice::onCreate(ScnAction& action)
+{
+    if (!pathLink) publish(this);
+    ScnGroup::onCreate(action);
+}
+
+void OclDevice::onDestroy(ScnAction& action)
+{
+    if (!pathLink) withdraw(this, getName());
+    ScnGroup::onDestroy(action);
+}
+
+void OclDevice::setName(const std::string& text)
+{
+    std::string old = getName();
+    ScnGroup::setName(text);
+    if (!getLuaRef()) return;
+    withdraw(this, old);
+    publish(this);
+}
+
+void GuiRoot::onCreate(ScnAction& action)
+{
+    publish(this);
+    ScnGroup::onCreate(action);
+}
+
+void GuiRoot::onDestroy(ScnAction& action)
+{
+    withdraw(this, getName());
+    ScnGroup::onDestroy(action);
+}
+
+void RtnGroup::onCreate(ScnAction& action)
+{
+    publish(this);
+    ScnGroup::onCreate(action);
+}

@@ -1,0 +1,338 @@
+#include "runtime/CmdNodes.h"
+
+#include <stdexcept>
+
+#include <lua.hpp>
+
+#include "node/ScnAction.h"
+#include "node/ScnMFFunction.h"
+#include "runtime/AppGlobal.h"
+#include "runtime/Channels.h"
+#include "runtime/Clock.h"
+#include "runtime/RtnApplication.h"
+#include "runtime/RtnNodes.h"
+#include "runtime/ScnLua.h"
+#include "runtime/ScnScriptEnv.h"
+
+ScnNodeType CmdRegister::s_type{0, 0, "CmdRegister", nullptr, 0};
+ScnNodeType CmdProcessor::s_type;
+ScnNodeType CmdApplication::s_type;
+
+// -- registers ----------------------------------------------------------------
+
+CmdRegister::CmdRegister(CmdProcessor* processor, RtnRegister* design)
+    : m_processor(processor), m_index(design->index.value), m_functions(&design->functions)
+{
+    name = design->getName();
+    processor->registers.put(m_index, this);
+    design->linkTwin(this);
+    lua_State* L = AppGlobal::luaState();
+    if (!L) return;
+    int ref = ScnScript::newFunctionTable(L);
+    if (!ref) return;  // reported; the register stays without functions
+    m_tableRef = ref;
+    for (int i = 0; i < m_functions->count(); ++i)
+        if (const char* msg = ScnScript::compileFunction(L, *m_functions, i, processor->environment(), m_tableRef))
+            report(msg);
+}
+
+CmdRegister::~CmdRegister()
+{
+    // No OnRemove: the registers go with the tree.
+    while (ScnNode* t = m_tokens.first()) {
+        m_tokens.remove(t);
+        t->removeListener(&m_listener);
+        // A token that left the tree while it was held goes with its last holder.
+        if (t->unref() && !t->parent()) delete t;
+    }
+    releaseFunctions();
+    if (m_processor && m_processor->registers.get(m_index) == this) m_processor->registers.put(m_index, nullptr);
+}
+
+void CmdRegister::releaseFunctions()
+{
+    lua_State* L = AppGlobal::luaState();
+    if (!L || m_tableRef == -1) return;
+    for (int i = 0; i < m_functions->count(); ++i) ScnScript::removeCompiled(L, *m_functions, i, m_tableRef);
+    ScnScript::releaseFunctionTable(L, m_tableRef);
+    m_tableRef = -1;
+}
+
+bool CmdRegister::recompile(int index)
+{
+    lua_State* L = AppGlobal::luaState();
+    if (!L || m_tableRef == -1 || index < 0 || index >= m_functions->count()) return false;
+    const char* msg = ScnScript::compileFunction(L, *m_functions, index, m_processor->environment(), m_tableRef);
+    if (msg) report(msg);
+    return msg == nullptr;
+}
+
+void CmdRegister::report(const char* message)
+{
+    ScnScript::ErrorContext ctx;
+    CmdApplication* app = m_processor->application;
+    ctx.application = app ? static_cast<ScnNode*>(app->design) : nullptr;
+    ctx.applicationName = app ? app->getName() : std::string();
+    ctx.processor = m_processor->designPeer();
+    ctx.processorName = m_processor->getName();
+    ctx.registerNode = designPeer();
+    ctx.registerName = getName();
+    ctx.functions = m_functions;
+    ScnScript::reportError(message, ctx);
+}
+
+void CmdRegister::deposit(ScnNode* token, bool events)
+{
+    if (!token) return;
+    token->ref();
+    m_tokens.push(token);
+    token->addListener(&m_listener);
+    if (events) fire(RtnRegister::OnDeposit, token);
+}
+
+void CmdRegister::remove(ScnNode* token, bool events)
+{
+    if (!token || !m_tokens.remove(token)) return;
+    bool last = token->unref();
+    if (events) fire(RtnRegister::OnRemove, token);
+    token->removeListener(&m_listener);
+    if (last && !token->parent()) delete token;
+}
+
+void CmdRegister::onTokenEvent(int index, ScnNode* token)
+{
+    if (m_processor->active) fire(index, token);
+}
+
+void CmdRegister::fire(int index, ScnNode* node)
+{
+    lua_State* L = AppGlobal::luaState();
+    if (!L || m_tableRef == -1 || index < 0 || index >= m_functions->count()) return;
+    if (m_functions->getError(index) || m_functions->getLuaRef(index) == -1) return;
+    int top = lua_gettop(L);
+    ScnScript::pushEnvironment(L, m_processor->environment());
+    if (!lua_istable(L, -1)) {
+        lua_settop(L, top);
+        return;
+    }
+    int env = lua_gettop(L);
+    lua_getfield(L, env, "event");  // the old value, restored after the call
+    ScnLua::pushNode(L, node);
+    lua_setfield(L, env, "event");
+    std::string message;
+    if (!ScnScript::runFunction(L, *m_functions, index, m_tableRef, &message) && m_functions->getError(index))
+        report(message.c_str());
+    lua_setfield(L, env, "event");  // nested events see their own `event` again
+    lua_settop(L, top);
+}
+
+void CmdRegister::onTime()
+{
+    if (!Engine::running || !m_processor->active) return;
+    lua_State* L = AppGlobal::luaState();
+    if (!L || m_tableRef == -1 || m_functions->count() <= RtnRegister::OnTime) return;
+    if (m_functions->getError(RtnRegister::OnTime) || m_functions->getLuaRef(RtnRegister::OnTime) == -1) return;
+    int top = lua_gettop(L);
+    ScnScript::pushEnvironment(L, m_processor->environment());
+    if (lua_istable(L, -1)) {
+        // `event` is the oldest token, and stays set after the call.
+        ScnLua::pushNode(L, m_tokens.first());
+        lua_setfield(L, -2, "event");
+        std::string message;
+        if (!ScnScript::runFunction(L, *m_functions, RtnRegister::OnTime, m_tableRef, &message) &&
+            m_functions->getError(RtnRegister::OnTime))
+            report(message.c_str());
+    }
+    lua_settop(L, top);
+}
+
+// -- processors -------------------------------------------------------------------
+
+CmdProcessor::CmdProcessor(RtnProcessor* design)
+{
+    name = design->getName();
+    lua_State* L = AppGlobal::luaState();
+    if (L) {
+        ScnLua::createLuaObject(L, this);
+        m_envRef = ScnScript::newEnvironment(L);
+    }
+    design->linkTwin(this);
+    for (int i = 0; i < RtnProcessor::kRegisters; ++i)
+        if (RtnRegister* r = design->getRegister(i)) new CmdRegister(this, r);
+}
+
+CmdProcessor::~CmdProcessor()
+{
+    registers.begin();
+    while (CmdRegister* r = registers.nextValue()) {
+        if (ScnNode* d = r->designPeer()) d->linkTwin(nullptr);
+        delete r;
+    }
+    registers.clear();
+    if (lua_State* L = AppGlobal::luaState()) {
+        ScnScript::releaseEnvironment(L, m_envRef);
+        ScnLua::releaseLuaObject(L, this);
+    }
+    m_envRef = 0;
+}
+
+void CmdProcessor::addLuaMethods(ScnLuaClass<CmdProcessor>& c)
+{
+    c.add("setActive", &CmdProcessor::luaSetActive);
+}
+
+int CmdProcessor::luaSetActive(lua_State* L)
+{
+    if (lua_isboolean(L, 1)) setActive(lua_toboolean(L, 1) != 0);
+    return 0;
+}
+
+void CmdProcessor::setActive(bool on)
+{
+    if (on == active) return;
+    // Both events run while the processor counts as active.
+    if (on) {
+        active = true;
+        notify(RtnProcessor::OnActivate);
+    } else {
+        notify(RtnProcessor::OnDeactivate);
+        active = false;
+    }
+}
+
+void CmdProcessor::onEvent(ScnAction& action)
+{
+    registers.begin();
+    while (CmdRegister* r = registers.nextValue()) {
+        // A register may stop the processor; the rest of the sweep stays silent.
+        r->onTime();
+    }
+    action.continueWalk(this, ScnAction::Both);
+}
+
+// -- the application twin -----------------------------------------------------------
+
+static const CmdApplication::Branch kInstantiateOrder[] = {CmdApplication::World, CmdApplication::Camera,
+                                                           CmdApplication::Scripts, CmdApplication::Gui,
+                                                           CmdApplication::OpenCL};
+static const CmdApplication::Branch kCreateOrder[] = {CmdApplication::OpenCL, CmdApplication::World,
+                                                      CmdApplication::Camera, CmdApplication::Gui,
+                                                      CmdApplication::Scripts};
+static const CmdApplication::Branch kUpdateOrder[] = {CmdApplication::World, CmdApplication::Camera,
+                                                      CmdApplication::Gui, CmdApplication::OpenCL,
+                                                      CmdApplication::Scripts};
+static const CmdApplication::Branch kDestroyOrder[] = {CmdApplication::World, CmdApplication::Camera,
+                                                       CmdApplication::Gui, CmdApplication::OpenCL,
+                                                       CmdApplication::Scripts};
+static const CmdApplication::Branch kDeleteOrder[] = {CmdApplication::Gui, CmdApplication::Scripts,
+                                                      CmdApplication::OpenCL, CmdApplication::World,
+                                                      CmdApplication::Camera};
+
+CmdApplication::CmdApplication(RtnApplication* app) : design(app)
+{
+    name = "application";
+    for (Branch b : kInstantiateOrder) {
+        ScnNode* twin = app->getChild(b)->instantiate();
+        twin->setParent(this);
+        twin->ref();  // owned by this object, not by a child list
+        m_branches[b] = twin;
+    }
+    // Processors find their application for error reports.
+    for (ScnNode* n = m_branches[Scripts]->getChild(0); n; n = n->next())
+        if (auto* p = dynamic_cast<CmdProcessor*>(n)) p->application = this;
+    create(nullptr);
+    update(nullptr);
+    for (int i = 0; ScnNode* n = app->scripts.node.getChild(i); ++i)
+        if (auto* p = dynamic_cast<RtnProcessor*>(n)) p->runGlobalScript();
+    app->linkTwin(this);
+}
+
+CmdApplication::~CmdApplication()
+{
+    for (Branch b : kDeleteOrder) {
+        delete m_branches[b];
+        m_branches[b] = nullptr;
+    }
+}
+
+ScnNode* CmdApplication::instantiate()
+{
+    throw std::logic_error("Should not be called");
+}
+
+ScnNode* CmdApplication::duplicate()
+{
+    throw std::logic_error("Should not be called");
+}
+
+ScnNode* CmdApplication::getChild(int index)
+{
+    return index >= 0 && index < BranchCount ? m_branches[index] : nullptr;
+}
+
+int CmdApplication::indexOfChild(const ScnNode* node)
+{
+    for (int i = 0; i < BranchCount; ++i)
+        if (m_branches[i] == node) return i;
+    return -1;
+}
+
+void CmdApplication::walkBranches(ScnAction& action, const Branch* order)
+{
+    for (int i = 0; i < BranchCount; ++i)
+        if (m_branches[order[i]]) action.apply(m_branches[order[i]]);
+}
+
+void CmdApplication::create(ScnNode* start)
+{
+    ScnActionCreate a;
+    if (start)
+        a.apply(a.buildPath(start, this));
+    else
+        walkBranches(a, kCreateOrder);
+}
+
+void CmdApplication::update(ScnNode* start)
+{
+    ScnActionUpdate a;
+    if (start)
+        a.apply(a.buildPath(start, this));
+    else
+        walkBranches(a, kUpdateOrder);
+}
+
+void CmdApplication::destroy(ScnNode* start)
+{
+    ScnActionDestroy a;
+    if (start)
+        a.apply(a.buildPath(start, this));
+    else
+        walkBranches(a, kDestroyOrder);
+}
+
+void CmdApplication::destroyTree()
+{
+    for (int i = 0; ScnNode* n = design->scripts.node.getChild(i); ++i) {
+        auto* p = dynamic_cast<RtnProcessor*>(n);
+        auto* cp = p ? dynamic_cast<CmdProcessor*>(p->twin()) : nullptr;
+        if (!cp) continue;
+        cp->registers.begin();
+        while (CmdRegister* r = cp->registers.nextValue()) {
+            r->releaseFunctions();
+            if (ScnNode* d = r->designPeer()) d->linkTwin(nullptr);
+            delete r;
+        }
+        p->linkTwin(nullptr);
+    }
+    destroy(nullptr);
+}
+
+void CmdApplication::frameStep()
+{
+    if (lua_State* L = AppGlobal::luaState()) lua_gc(L, LUA_GCCOLLECT, 0);
+    static const Branch kEventOrder[] = {World, Camera, Scripts, OpenCL};
+    for (Branch b : kEventOrder) {
+        ScnActionEvent e;
+        if (m_branches[b]) e.apply(m_branches[b]);
+    }
+}

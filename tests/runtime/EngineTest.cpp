@@ -1,0 +1,257 @@
+// The execution engine end to end: documents made in code, saved, opened and
+// run frame by frame, with what scripts print as the observable.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "runtime/AppGlobal.h"
+#include "runtime/Channels.h"
+#include "runtime/CmdNodes.h"
+#include "runtime/RtnApplication.h"
+#include "runtime/RtnDocument.h"
+#include "runtime/RtnSelection.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+Lines drain()
+{
+    Lines out;
+    for (const LogRecord& r : Channels::drainMerged()) out.push_back(r.text);
+    return out;
+}
+
+size_t count(const Lines& lines, const std::string& text)
+{
+    size_t n = 0;
+    for (const auto& l : lines) n += l == text;
+    return n;
+}
+
+RtnRegister* addRegister(RtnProcessor* p, int slot, std::initializer_list<std::pair<int, const char*>> code)
+{
+    RtnProcessor* saved = RtnProcessor::s_current;
+    RtnProcessor::s_current = p;
+    auto* r = new RtnRegister();
+    RtnProcessor::s_current = saved;
+    r->index = slot;
+    r->addDefaultFunctions();
+    for (auto& [i, text] : code) r->functions.setCode(i, text);
+    p->colors.set(slot, r);
+    return r;
+}
+
+class Engine : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_cwd = std::filesystem::current_path();
+        ASSERT_TRUE(AppGlobal::setProjectPath(m_ws.path()));
+        Channels::clearAll();
+    }
+    void TearDown() override
+    {
+        m_doc.close();
+        std::filesystem::current_path(m_cwd);
+    }
+
+    // Saves `app` as `name` in the workspace and opens it.
+    void openSaved(RtnApplication& app, const std::string& name = "test.3Dm")
+    {
+        std::string error;
+        RtnMFRef::s_root = &app;
+        ASSERT_TRUE(app.writeFile(m_ws / name, error)) << error;
+        RtnMFRef::s_root = nullptr;
+        ASSERT_TRUE(m_doc.open(name, error)) << error;
+    }
+    std::string bytes(const std::string& name)
+    {
+        std::ifstream f(m_ws / name, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(f), {});
+    }
+    void ticks(int n)
+    {
+        for (int i = 0; i < n; ++i) {
+            m_doc.tick();
+            m_clock.advance(25);
+        }
+    }
+
+    TempDir m_ws{"velmora-engine"};
+    std::filesystem::path m_cwd;
+    ManualClock m_clock;
+    RtnDocument m_doc{m_clock};
+};
+
+}  // namespace
+
+TEST_F(Engine, LoadRunsGlobalTextsThenDepositsFromTheLastProcessor)
+{
+    RtnApplication app;
+    app.luaglobal = "print('app global')";
+    auto* first = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    first->luaglobal = "print('first global')";
+    auto* second = new RtnProcessor();
+    second->name = "Second";
+    second->luaglobal = "print('second global')";
+    app.scripts.node.append(second);
+    RtnRegister* r1 = addRegister(first, 0, {{1, "print('first got ' .. event:getName())"}});
+    r1->marking.append(&app.openGL.node);
+    RtnRegister* r2 = addRegister(second, 2, {{1, "print('second got ' .. event:getName())"}});
+    r2->marking.append(first);
+    openSaved(app);
+    EXPECT_EQ(drain(), (Lines{"(script): app global", "(script): first global", "(script): second global",
+                              "(script): second got Main", "(script): first got OpenGL"}));
+    // The markings were found again through their paths.
+    EXPECT_EQ(m_doc.application()->openGL.node.markingCount, 1);
+}
+
+TEST_F(Engine, OnTimeRunsOnlyWhileRunningOncePerFrameAndRegister)
+{
+    RtnApplication app;
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    RtnRegister* a = addRegister(p, 0, {{0, "print('tick a', event)"}});
+    addRegister(p, 5, {{0, "print('tick b', event and event:getName())"}});
+    a->marking.append(&app.camera.node);
+    a->marking.append(&app.openGL.node);
+    openSaved(app);
+    drain();
+
+    ticks(3);
+    EXPECT_TRUE(drain().empty());  // edit mode: time does not run
+
+    m_doc.toggleSimulation();
+    ticks(2);
+    Lines out = drain();
+    ASSERT_EQ(out.size(), 4u);
+    EXPECT_EQ(out[0].find("(script): tick a\tScnCameraExamine (Camera)"), 0u) << out[0];  // the oldest token
+    EXPECT_EQ(out[1], "(script): tick b\tnil");  // no token: event is nil
+
+    m_doc.toggleSimulation();  // a second press pauses
+    EXPECT_EQ(m_doc.state(), RtnDocument::State::Paused);
+    ticks(2);
+    EXPECT_TRUE(drain().empty());
+    m_doc.toggleSimulation();
+    ticks(1);
+    EXPECT_EQ(drain().size(), 2u);
+}
+
+TEST_F(Engine, SetActiveFalseFiresOnDeactivateAndSilencesTheProcessor)
+{
+    RtnApplication app;
+    auto* watched = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    auto* watcher = new RtnProcessor();
+    watcher->name = "Watcher";
+    app.scripts.node.append(watcher);
+    // Register 0 of the watched processor stops it; register 3 must then stay silent.
+    addRegister(watched, 0, {{0, "print('r0'); _P.self:setActive(false)"}});
+    addRegister(watched, 3, {{0, "print('r3')"}});
+    watched->luaglobal = "self = Scripts.Main";
+    RtnRegister* w = addRegister(watcher, 0, {});
+    w->addEvents(w->functions);
+    w->functions.append("OnActivate", "print('activated ' .. event:getName())");
+    w->functions.append("OnDeactivate", "print('deactivated ' .. event:getName())");
+    // Put the events where the processor class places them.
+    w->functions.remove("OnActivate");
+    w->functions.remove("OnDeactivate");
+    watched->addEvents(w->functions);
+    w->functions.setCode(RtnProcessor::OnActivate, "print('activated ' .. event:getName())");
+    w->functions.setCode(RtnProcessor::OnDeactivate, "print('deactivated ' .. event:getName())");
+    w->marking.append(watched);
+    openSaved(app);
+    drain();
+
+    m_doc.toggleSimulation();
+    ticks(1);
+    EXPECT_EQ(drain(), (Lines{"(script): r0", "(script): deactivated Main"}));
+    ticks(2);
+    EXPECT_TRUE(drain().empty());
+    auto* cp = dynamic_cast<CmdProcessor*>(m_doc.application()->scripts.node.getChild(0)->twin());
+    ASSERT_NE(cp, nullptr);
+    cp->setActive(true);
+    EXPECT_EQ(drain(), (Lines{"(script): activated Main"}));
+}
+
+TEST_F(Engine, ErrorsAreReportedOnceAndOtherFunctionsGoOn)
+{
+    RtnApplication app;
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    addRegister(p, 0, {{0, "print('fine')"}, {1, "this is not lua"}});
+    addRegister(p, 1, {{0, "local x = nil; x.field = 1"}});
+    openSaved(app);
+    Lines built = drain();
+    ASSERT_EQ(built.size(), 1u);
+    EXPECT_NE(built[0].find("OnDeposit"), std::string::npos) << built[0];
+
+    m_doc.toggleSimulation();
+    ticks(4);
+    Lines out = drain();
+    EXPECT_EQ(count(out, "(script): fine"), 4u);
+    size_t errors = 0;
+    for (const auto& l : out) errors += l.find("attempt to index") != std::string::npos;
+    EXPECT_EQ(errors, 1u);
+}
+
+TEST_F(Engine, ResetRunsEachOnRemoveThenEachOnDepositOnce)
+{
+    RtnApplication app;
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    RtnRegister* r = addRegister(p, 0, {{1, "print('in ' .. event:getName())"}, {2, "print('out ' .. event:getName())"}});
+    r->marking.append(&app.openGL.node);
+    r->marking.append(&app.gui.node);
+    openSaved(app);
+    EXPECT_EQ(drain(), (Lines{"(script): in OpenGL", "(script): in Gui"}));
+    m_doc.toggleSimulation();
+    m_doc.reset();
+    EXPECT_EQ(drain(), (Lines{"(script): out OpenGL", "(script): out Gui", "(script): in OpenGL", "(script): in Gui"}));
+    EXPECT_EQ(m_doc.state(), RtnDocument::State::Edit);
+}
+
+TEST_F(Engine, LoadRunSaveLeavesTheFileAsItWas)
+{
+    RtnApplication app;
+    app.luaglobal = "counter = 0";
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    RtnRegister* r = addRegister(p, 4, {{0, "counter = counter + 1"}, {1, "print(event)"}});
+    auto* g = new ScnGroup();
+    g->name = "wheel";
+    app.openGL.node.append(g);
+    r->marking.append(g);
+    openSaved(app, "a.3Dm");
+    m_doc.toggleSimulation();
+    ticks(5);
+    ASSERT_TRUE(m_doc.saveAs("b.3Dm"));
+    EXPECT_EQ(bytes("a.3Dm"), bytes("b.3Dm"));
+}
+
+TEST_F(Engine, EventIsRestoredAroundNestedEvents)
+{
+    RtnApplication app;
+    auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    auto* watched = new RtnProcessor();
+    watched->name = "Watched";
+    app.scripts.node.append(watched);
+    RtnRegister* r = addRegister(main, 0, {});
+    watched->addEvents(r->functions);
+    r->functions.setCode(0, "print('outer ' .. event:getName()); Scripts.Watched:setActive(false); "
+                            "print('again ' .. event:getName())");
+    r->functions.setCode(RtnProcessor::OnDeactivate, "print('inner ' .. event:getName())");
+    r->marking.append(watched);
+    openSaved(app);
+    drain();
+
+    auto* cp = dynamic_cast<CmdProcessor*>(m_doc.application()->scripts.node.getChild(0)->twin());
+    ASSERT_NE(cp, nullptr);
+    CmdRegister* reg = cp->registers.get(0);
+    ASSERT_NE(reg, nullptr);
+    reg->fire(0, m_doc.runtime()->branch(CmdApplication::World));
+    EXPECT_EQ(drain(), (Lines{"(script): outer OpenGL", "(script): inner Watched", "(script): again OpenGL"}));
+}

@@ -108,6 +108,8 @@ void RtnRegister::removeAll(bool events)
 
 ScnNode* RtnProcessor::instantiate()
 {
+    // Inside a duplicate the copy stays a design processor.
+    if (s_noLink) return duplicate();
     return new CmdProcessor(this);
 }
 

@@ -1,0 +1,95 @@
+// The headless runner, run as a user runs it.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <sys/wait.h>
+
+#include "runtime/RtnApplication.h"
+#include "support/TempDir.h"
+
+namespace {
+
+struct RunResult {
+    int status = -1;
+    std::string out, err;
+};
+
+std::string slurp(const std::string& path)
+{
+    std::ifstream f(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(f), {});
+}
+
+class VelmoraRun : public ::testing::Test {
+protected:
+    RunResult run(const std::string& args)
+    {
+        RunResult r;
+        std::string cmd = std::string(VELMORA_BIN_DIR) + "/velmora-run " + args + " >" + (m_tmp / "out") + " 2>" +
+                          (m_tmp / "err");
+        int rc = std::system(cmd.c_str());
+        r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+        r.out = slurp(m_tmp / "out");
+        r.err = slurp(m_tmp / "err");
+        return r;
+    }
+    std::string workspace() const { return std::string(VELMORA_BIN_DIR) + "/workspace"; }
+    TempDir m_tmp{"velmora-run-test"};
+};
+
+}  // namespace
+
+TEST_F(VelmoraRun, HelloSampleGreetsAtLoadAndCountsFramesOnlyWhenStarted)
+{
+    RunResult edit = run("--frames 3 " + workspace() + " samples/hello.3Dm");
+    ASSERT_EQ(edit.status, 0) << edit.err;
+    EXPECT_EQ(edit.out, "(script): Hello from OpenGL\n");
+
+    RunResult started = run("--frames 3 --start " + workspace() + " samples/hello.3Dm");
+    ASSERT_EQ(started.status, 0) << started.err;
+    EXPECT_EQ(started.out,
+              "(script): Hello from OpenGL\n"
+              "(script): frame 1 at 0 ms, token OpenGL\n"
+              "(script): frame 2 at 25 ms, token OpenGL\n"
+              "(script): frame 3 at 50 ms, token OpenGL\n");
+}
+
+TEST_F(VelmoraRun, SavingAfterARunWritesTheSameBytes)
+{
+    std::string out = m_tmp / "saved.3Dm";
+    RunResult r = run("--frames 4 --start --save " + out + " " + workspace() + " samples/hello.3Dm");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(slurp(out), slurp(workspace() + "/samples/hello.3Dm"));
+}
+
+TEST_F(VelmoraRun, ScriptErrorsArePrintedWithTheirLineAndDoNotFailTheRun)
+{
+    RtnApplication app;
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    p->luaglobal = "local a = 1\nlocal b = nil + a\n";
+    std::string error;
+    ASSERT_TRUE(app.writeFile(m_tmp / "broken.3Dm", error)) << error;
+    RunResult r = run(m_tmp.path() + " broken.3Dm");
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.rfind("(Main): [string \"processor-global\"]:2:", 0), 0u) << r.out;
+    EXPECT_NE(r.out.find(" (line 2)\n"), std::string::npos) << r.out;
+}
+
+TEST_F(VelmoraRun, UnusableWorkspaceOrMissingFileExitsWithTwo)
+{
+    RunResult noWs = run(m_tmp / "no-such-folder");
+    EXPECT_EQ(noWs.status, 2);
+    EXPECT_NE(noWs.err.find("no-such-folder"), std::string::npos);
+    RunResult noApp = run(workspace() + " samples/absent.3Dm");
+    EXPECT_EQ(noApp.status, 2);
+    EXPECT_NE(noApp.err.find("absent.3Dm"), std::string::npos);
+    std::ofstream(m_tmp / "cut.3Dm") << "short";
+    RunResult damaged = run(m_tmp.path() + " cut.3Dm");
+    EXPECT_EQ(damaged.status, 2);
+    EXPECT_NE(damaged.err.find("file is truncated or damaged at byte"), std::string::npos) << damaged.err;
+    EXPECT_EQ(run("--frames x " + workspace()).status, 2);
+}

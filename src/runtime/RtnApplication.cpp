@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "render/ScnFramebuffer.h"
+#include "runtime/CmdNodes.h"
 
 ScnNodeType RtnApplication::s_type;
 uint8_t RtnApplication::s_header[kHeaderSize] = {};
@@ -126,4 +127,97 @@ std::vector<uint8_t> RtnApplication::toBytes() const
 bool RtnApplication::writeFile(const std::string& path, std::string& error) const
 {
     return scnWriteFileBytes(path, toBytes(), error);
+}
+
+// -- editing operations ---------------------------------------------------------
+
+void RtnApplication::setGlobalScript(const std::string& text)
+{
+    luaglobal = text;
+    scriptChanged = true;
+}
+
+static ScnCamera* runtimeCamera(RtnApplication& app)
+{
+    return dynamic_cast<ScnCamera*>(app.camera.node.twin());
+}
+
+bool RtnApplication::storeViewpoint(int index)
+{
+    ScnCamera* cam = runtimeCamera(*this);
+    if (!cam || index < 0 || index >= static_cast<int>(viewpoints.values.size())) return false;
+    viewpoints.values[index] = cam->worldMatrix;
+    return true;
+}
+
+bool RtnApplication::recallViewpoint(int index, bool keep)
+{
+    ScnCamera* cam = runtimeCamera(*this);
+    if (!cam || index < 0 || index >= static_cast<int>(viewpoints.values.size())) return false;
+    ScnMatrix16& slot = viewpoints.values[index];
+    if (slot.isIdentity() || keep) slot = cam->worldMatrix;
+    cam->worldMatrix = slot;
+    return true;
+}
+
+RtnProcessor* RtnApplication::addProcessor(const std::string& processorName)
+{
+    auto* p = new RtnProcessor();
+    p->name = processorName;
+    scripts.node.append(p);
+    if (ScnGroup* twinGroup = dynamic_cast<ScnGroup*>(scripts.node.twin())) {
+        auto* cp = static_cast<CmdProcessor*>(p->instantiate());
+        cp->application = dynamic_cast<CmdApplication*>(twin());
+        twinGroup->addFirst(cp);
+        if (cp->application) {
+            cp->application->create(cp);
+            cp->application->update(cp);
+        }
+    }
+    return p;
+}
+
+bool RtnApplication::moveProcessor(RtnProcessor* p, RtnProcessor* before)
+{
+    if (!p || indexOfProcessor(p) < 0 || p == before) return false;
+    if (before && indexOfProcessor(before) < 0) return false;
+    scripts.node.insertBefore(p, before);
+    auto* twinGroup = dynamic_cast<ScnGroup*>(scripts.node.twin());
+    if (twinGroup && p->twin()) twinGroup->insertBefore(p->twin(), before ? before->twin() : nullptr);
+    return true;
+}
+
+void RtnApplication::deleteProcessor(RtnProcessor* p)
+{
+    if (!p || indexOfProcessor(p) < 0) return;
+    for (int r = 0; r < RtnProcessor::kRegisters; ++r)
+        if (RtnRegister* reg = p->getRegister(r)) reg->removeAll(true);
+    for (int r = 0; r < RtnProcessor::kRegisters; ++r)
+        if (RtnRegister* reg = p->getRegister(r))
+            for (int i = 0; i < reg->marking.count(); ++i)
+                if (ScnNode* n = reg->marking.path(i).resolve())
+                    if (n->markingCount) --n->markingCount;
+    if (ScnNode* t = p->twin()) {
+        auto* app = dynamic_cast<CmdApplication*>(twin());
+        if (app) app->destroy(t);
+        if (auto* g = dynamic_cast<ScnGroup*>(scripts.node.twin())) g->remove(t);
+        delete t;
+    }
+    scripts.node.remove(p);
+    delete p;
+}
+
+RtnProcessor* RtnApplication::processorAt(int index)
+{
+    return dynamic_cast<RtnProcessor*>(scripts.node.getChild(index));
+}
+
+int RtnApplication::indexOfProcessor(RtnProcessor* p)
+{
+    return p ? scripts.node.indexOfChild(p) : -1;
+}
+
+int RtnApplication::processorCount()
+{
+    return scripts.node.childCount();
 }

@@ -54,6 +54,26 @@ public:
     // The "#include" text of the present application, for program builds.
     static const std::string& currentInclude();
 
+    // The application-global text; setting it marks it changed.
+    void setGlobalScript(const std::string& text);
+    const std::string& getGlobalScript() const { return luaglobal.value; }
+
+    // Views: the run-time camera's matrix into a slot, and back. A slot that
+    // holds the identity (or `keep`) takes the present view first.
+    bool storeViewpoint(int index);
+    bool recallViewpoint(int index, bool keep);
+
+    // The processor list, kept alike in the design and the run-time tree.
+    // A new processor is appended; its twin runs first until the next reset.
+    RtnProcessor* addProcessor(const std::string& name);
+    // Moves `p` before `before` (null: to the end) in both lists.
+    bool moveProcessor(RtnProcessor* p, RtnProcessor* before);
+    // Removes the processor's tokens with events, then the processor.
+    void deleteProcessor(RtnProcessor* p);
+    RtnProcessor* processorAt(int index);
+    int indexOfProcessor(RtnProcessor* p);
+    int processorCount();
+
     std::string fileName;
     bool scriptChanged = false;
 };

@@ -25,6 +25,8 @@ test: build
 
 bench: build
 	@$(BUILD)/bin/file_bench
+	@$(BUILD)/bin/lua_bench
+	@$(BUILD)/bin/engine_bench
 
 clean:
 	@rm -rf $(BUILD)

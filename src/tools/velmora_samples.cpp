@@ -9,18 +9,6 @@
 
 namespace {
 
-RtnRegister* addRegister(RtnProcessor* p, int slot)
-{
-    RtnProcessor* saved = RtnProcessor::s_current;
-    RtnProcessor::s_current = p;
-    auto* r = new RtnRegister();
-    RtnProcessor::s_current = saved;
-    r->index = slot;
-    r->addDefaultFunctions();
-    p->colors.set(slot, r);
-    return r;
-}
-
 // A processor whose register holds the world as its token: it greets the
 // token when it arrives and counts frames while the simulation runs.
 bool writeHello(const std::string& folder)
@@ -29,7 +17,7 @@ bool writeHello(const std::string& folder)
     app.luaglobal = "frames = 0\n";
     auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
     main->luaglobal = "greeting = \"Hello from \"\n";
-    RtnRegister* r = addRegister(main, 0);
+    RtnRegister* r = main->createRegister(0);
     r->functions.setCode(RtnRegister::OnTime,
                          "frames = frames + 1\nprint(\"frame \" .. frames .. \" at \" .. app.getTime() .. \" ms, token \" "
                          ".. event:getName())\n");

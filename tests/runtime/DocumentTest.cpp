@@ -12,39 +12,9 @@
 #include "runtime/CmdNodes.h"
 #include "runtime/RtnApplication.h"
 #include "runtime/RtnDocument.h"
-#include "support/TempDir.h"
+#include "support/DocumentFixture.h"
 
-namespace {
-
-using Lines = std::vector<std::string>;
-
-Lines drain()
-{
-    Lines out;
-    for (const LogRecord& r : Channels::drainMerged()) out.push_back(r.text);
-    return out;
-}
-
-class Document : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        m_cwd = std::filesystem::current_path();
-        ASSERT_TRUE(AppGlobal::setProjectPath(m_ws.path()));
-        Channels::clearAll();
-    }
-    void TearDown() override
-    {
-        m_doc.close();
-        std::filesystem::current_path(m_cwd);
-    }
-    TempDir m_ws{"velmora-document"};
-    std::filesystem::path m_cwd;
-    ManualClock m_clock;
-    RtnDocument m_doc{m_clock};
-};
-
-}  // namespace
+using Document = DocumentFixture;
 
 TEST_F(Document, MissingFileGivesANewApplicationUnderThatName)
 {

@@ -10,24 +10,17 @@
 
 #include <unistd.h>
 
+#include <lua.hpp>
+
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
 #include "runtime/CmdNodes.h"
 #include "runtime/RtnApplication.h"
 #include "runtime/RtnDocument.h"
 #include "runtime/RtnSelection.h"
-#include "support/TempDir.h"
+#include "support/DocumentFixture.h"
 
 namespace {
-
-using Lines = std::vector<std::string>;
-
-Lines drain()
-{
-    Lines out;
-    for (const LogRecord& r : Channels::drainMerged()) out.push_back(r.text);
-    return out;
-}
 
 size_t count(const Lines& lines, const std::string& text)
 {
@@ -38,31 +31,13 @@ size_t count(const Lines& lines, const std::string& text)
 
 RtnRegister* addRegister(RtnProcessor* p, int slot, std::initializer_list<std::pair<int, const char*>> code)
 {
-    RtnProcessor* saved = RtnProcessor::s_current;
-    RtnProcessor::s_current = p;
-    auto* r = new RtnRegister();
-    RtnProcessor::s_current = saved;
-    r->index = slot;
-    r->addDefaultFunctions();
+    RtnRegister* r = p->createRegister(slot);
     for (auto& [i, text] : code) r->functions.setCode(i, text);
-    p->colors.set(slot, r);
     return r;
 }
 
-class Engine : public ::testing::Test {
+class Engine : public DocumentFixture {
 protected:
-    void SetUp() override
-    {
-        m_cwd = std::filesystem::current_path();
-        ASSERT_TRUE(AppGlobal::setProjectPath(m_ws.path()));
-        Channels::clearAll();
-    }
-    void TearDown() override
-    {
-        m_doc.close();
-        std::filesystem::current_path(m_cwd);
-    }
-
     // Saves `app` as `name` in the workspace and opens it.
     void openSaved(RtnApplication& app, const std::string& name = "test.3Dm")
     {
@@ -84,11 +59,6 @@ protected:
             m_clock.advance(25);
         }
     }
-
-    TempDir m_ws{"velmora-engine"};
-    std::filesystem::path m_cwd;
-    ManualClock m_clock;
-    RtnDocument m_doc{m_clock};
 };
 
 }  // namespace
@@ -254,4 +224,23 @@ TEST_F(Engine, EventIsRestoredAroundNestedEvents)
     ASSERT_NE(reg, nullptr);
     reg->fire(0, m_doc.runtime()->branch(CmdApplication::World));
     EXPECT_EQ(drain(), (Lines{"(script): outer OpenGL", "(script): inner Watched", "(script): again OpenGL"}));
+}
+
+TEST_F(Engine, AppModuleTellsTimeAndRunState)
+{
+    RtnApplication app;
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    addRegister(p, 0, {{0, "print('time', app.getTime(), app.isRunning())"}});
+    p->luaglobal = "print('at load', app.isRunning(), app.getMaxMemBlock() > 0, app.setMonitor(0.5, 'x'))";
+    m_clock.now = 1000;
+    openSaved(app);
+    EXPECT_EQ(drain(), (Lines{"(script): at load\tfalse\ttrue\ttrue"}));
+    m_doc.toggleSimulation();
+    ticks(2);
+    EXPECT_EQ(drain(), (Lines{"(script): time\t1000\ttrue", "(script): time\t1025\ttrue"}));
+    m_doc.toggleSimulation();  // paused: time goes on, scripts see it stopped
+    ticks(1);
+    lua_State* L = AppGlobal::luaState();
+    ASSERT_EQ(luaL_dostring(L, "print(app.getTime(), app.isRunning())"), 0);
+    EXPECT_EQ(drain(), (Lines{"(script): 1050\tfalse"}));
 }

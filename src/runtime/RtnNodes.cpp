@@ -126,8 +126,9 @@ ScnNode* RtnProcessor::duplicate()
 
 void RtnProcessor::addEvents(ScnMFFunction& f)
 {
-    f.append("OnActivate");
-    f.append("OnDeactivate");
+    // A register that empties and fills again keeps the functions it had.
+    for (const char* n : {"OnActivate", "OnDeactivate"})
+        if (f.indexOf(n) < 0) f.append(n);
 }
 
 void RtnProcessor::removeEvents(ScnMFFunction& f)

@@ -66,6 +66,16 @@ void RtnRegister::deposit(ScnNode* node)
     if (first) tokenType = *node->getType();
 }
 
+void RtnRegister::removeToken(int i)
+{
+    if (i < 0 || i >= marking.count()) return;
+    ScnNode* n = marking.path(i).resolve();
+    auto* twin = dynamic_cast<CmdRegister*>(this->twin());
+    if (n && twin && n->twin()) twin->remove(n->twin(), true);
+    marking.removeAt(i);
+    if (n && n->markingCount) --n->markingCount;
+}
+
 void RtnRegister::setFunctionCode(int i, const std::string& text)
 {
     if (i < 0 || i >= functions.count()) return;

@@ -45,6 +45,9 @@ public:
     // Adds a design node as a token: the first token gives the register its
     // class's events; the twin goes into the run-time register with events on.
     void deposit(ScnNode* node);
+    // Takes marking entry `i` out: the twin lets the token go with events on
+    // (OnRemove runs), then the entry and its marking count go.
+    void removeToken(int i);
     // Replaces the code and clears the modified flag.
     void setFunctionCode(int i, const std::string& text);
     // Compiles one function into the running register; false when it failed.

@@ -1,0 +1,159 @@
+// Programs built from source records, and kernels with profiling events.
+#include "compute/oclObject.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr size_t kBuildLogSize = 30000;
+char s_buildLog[kBuildLogSize];
+
+uint32_t countLines(const char* text)
+{
+    return text ? static_cast<uint32_t>(std::count(text, text + std::strlen(text), '\n')) : 0;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- oclProgram
+
+oclProgram::oclProgram(oclContext* context, const char* name, void* owner)
+    : oclObject(name, owner), m_context(context)
+{
+}
+
+oclProgram::~oclProgram()
+{
+    for (oclKernel* k : m_kernels) delete k;
+    m_kernels.clear();
+    clearSources();
+    if (m_program) {
+        oclLastError = clReleaseProgram(m_program);
+        oclCheck("clReleaseProgram", this);
+    }
+}
+
+void oclProgram::addSource(const char* text)
+{
+    Source s;
+    s.file[0] = '\0';
+    s.text = text ? text : "";
+    s.lines = countLines(s.text);
+    m_sources.push_back(s);
+}
+
+void oclProgram::addFileSource(const char* file, const char* text)
+{
+    Source s;
+    std::snprintf(s.file, sizeof s.file, "%s", file && *file ? file : "?");
+    const size_t n = text ? std::strlen(text) : 0;
+    char* copy = new char[n + 1];
+    if (n) std::memcpy(copy, text, n);
+    copy[n] = '\0';
+    s.text = copy;
+    s.lines = countLines(copy);
+    m_sources.push_back(s);
+}
+
+void oclProgram::clearSources()
+{
+    for (Source& s : m_sources)
+        if (s.file[0]) delete[] s.text;
+    m_sources.clear();
+}
+
+int oclProgram::build()
+{
+    failed = 0;
+    if (m_program) {
+        oclLastError = clReleaseProgram(m_program);
+        m_program = nullptr;
+        oclCheck("clReleaseProgram", this);
+    }
+
+    std::vector<const char*> texts;
+    std::vector<size_t> lengths;
+    for (const Source& s : m_sources) {
+        texts.push_back(s.text);
+        lengths.push_back(std::strlen(s.text));
+    }
+    m_program = clCreateProgramWithSource(m_context->handle(), static_cast<cl_uint>(texts.size()), texts.data(),
+                                          lengths.data(), &oclLastError);
+    if (!oclCheck("clCreateProgramWithSource", this)) {
+        m_program = nullptr;
+        return 0;
+    }
+
+    oclLastError = clBuildProgram(m_program, 0, nullptr, nullptr, nullptr, nullptr);
+    if (oclCheck("clBuildProgram", this)) return 1;
+
+    s_buildLog[0] = '\0';
+    oclDevice* dev = m_context->device(0);
+    if (dev) {
+        oclLastError =
+            clGetProgramBuildInfo(m_program, dev->handle(), CL_PROGRAM_BUILD_LOG, kBuildLogSize, s_buildLog, nullptr);
+        s_buildLog[kBuildLogSize - 1] = '\0';
+    }
+    oclMessage log(oclBuildLogHandler, this);
+    log << s_buildLog;
+    log.finish();
+    return 0;
+}
+
+// ---------------------------------------------------------------- oclKernel
+
+oclKernel::oclKernel(oclProgram* program, cl_kernel kernel) : oclObject("unnamed"), m_program(program)
+{
+    if (!kernel) return;
+    size_t size = 0;
+    oclLastError = clGetKernelInfo(kernel, CL_KERNEL_FUNCTION_NAME, 0, nullptr, &size);
+    if (!oclCheck("clGetKernelInfo", this)) return;
+    m_kernelName.assign(size, '\0');
+    oclLastError = clGetKernelInfo(kernel, CL_KERNEL_FUNCTION_NAME, size, m_kernelName.data(), nullptr);
+    if (!oclCheck("clGetKernelInfo", this)) return;
+    m_kernelName.resize(std::strlen(m_kernelName.c_str()));
+    m_name = m_kernelName.c_str();
+
+    oclLastError = clRetainKernel(kernel);
+    if (oclCheck("clRetainKernel", this)) m_kernel = kernel;
+}
+
+oclKernel::~oclKernel()
+{
+    if (m_kernel) {
+        oclLastError = clReleaseKernel(m_kernel);
+        oclCheck("clReleaseKernel", this);
+    }
+    if (m_event) clReleaseEvent(m_event);
+}
+
+cl_event* oclKernel::prepareEvent()
+{
+    if (!m_profiling) {
+        m_startTime = 0;
+        m_endTime = 0;
+        return nullptr;
+    }
+    if (m_event) {
+        oclLastError = clReleaseEvent(m_event);
+        oclCheck("clReleaseEvent", this);
+    }
+    m_event = nullptr;
+    return &m_event;
+}
+
+uint64_t oclKernel::eventTime(cl_profiling_info what, uint64_t& store)
+{
+    if (!m_event) return store;
+    // Waiting here synchronises the host with the launch being measured.
+    clWaitForEvents(1, &m_event);
+    cl_ulong t = 0;
+    oclLastError = clGetEventProfilingInfo(m_event, what, sizeof t, &t, nullptr);
+    if (oclCheck("clGetEventProfilingInfo", this)) store = t;
+    return store;
+}
+
+uint64_t oclKernel::startTime() { return eventTime(CL_PROFILING_COMMAND_START, m_startTime); }
+uint64_t oclKernel::endTime() { return eventTime(CL_PROFILING_COMMAND_END, m_endTime); }

@@ -1,0 +1,541 @@
+// The OpenCL object layer against the platform installed on the test machine
+// (PoCL on the build hosts): contexts, messages, program builds, kernels and
+// memory objects, all for real.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "compute/oclObject.h"
+
+namespace {
+
+struct Msg {
+    std::string kind;
+    std::string text;
+    oclObject* object;
+};
+
+std::vector<Msg> s_msgs;
+
+void captureError(char* t, oclObject* o) { s_msgs.push_back({"error", t, o}); }
+void captureWarning(char* t, oclObject* o) { s_msgs.push_back({"warning", t, o}); }
+void captureInfo(char* t, oclObject* o) { s_msgs.push_back({"info", t, o}); }
+void captureBuildLog(char* t, oclObject* o) { s_msgs.push_back({"buildlog", t, o}); }
+
+const char* const kHelperSource =
+    "float sq(float x)\n"
+    "{\n"
+    "    return x * x;\n"
+    "}\n";
+
+const char* const kKernelSource =
+    "__kernel void squares(__global float* v)\n"
+    "{\n"
+    "    size_t i = get_global_id(0);\n"
+    "    v[i] = sq(v[i]);\n"
+    "}\n"
+    "__kernel void twice(__global float* v) { v[get_global_id(0)] *= 2.0f; }";
+
+class OclLayer : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        oclInitErrorNames();
+        for (const oclPlatformInfo& p : oclListPlatforms())
+            if (p.vendor == "The pocl project") s_platform = p.id;
+        if (s_platform) s_context = oclCreateContextForPlatform(s_platform);
+    }
+    // Contexts are never released; only the wrapper goes.
+    static void TearDownTestSuite()
+    {
+        delete s_context;
+        s_context = nullptr;
+    }
+
+    void SetUp() override
+    {
+        ASSERT_NE(s_context, nullptr) << "no context on the PoCL platform";
+        ASSERT_TRUE(s_context->device(0) && s_context->device(0)->hasQueue());
+        s_msgs.clear();
+        oclLastError = CL_SUCCESS;
+        oclErrorHandler = captureError;
+        oclWarningHandler = captureWarning;
+        oclInfoHandler = captureInfo;
+        oclBuildLogHandler = captureBuildLog;
+    }
+    void TearDown() override
+    {
+        oclErrorHandler = oclDefaultErrorHandler;
+        oclWarningHandler = oclDefaultWarningHandler;
+        oclInfoHandler = oclDefaultInfoHandler;
+        oclBuildLogHandler = oclDefaultBuildLogHandler;
+        oclGLSharingProperties = nullptr;
+    }
+
+    static std::vector<std::string> texts(const std::string& kind)
+    {
+        std::vector<std::string> out;
+        for (const Msg& m : s_msgs)
+            if (m.kind == kind) out.push_back(m.text);
+        return out;
+    }
+
+    cl_command_queue queue() const { return s_context->device(0)->queue(); }
+
+    static cl_platform_id s_platform;
+    static oclContext* s_context;
+};
+
+cl_platform_id OclLayer::s_platform = nullptr;
+oclContext* OclLayer::s_context = nullptr;
+
+TEST_F(OclLayer, ContextForPlatformHasDevicesWithProfilingQueues)
+{
+    EXPECT_STREQ(s_context->name(), "The pocl project");
+    EXPECT_STREQ(s_context->vendor(), "The pocl project");
+    EXPECT_EQ(s_context->handle(), s_context->parent());
+    ASSERT_GE(s_context->deviceCount(), 1u);
+    EXPECT_EQ(s_context->device(s_context->deviceCount()), nullptr);
+
+    oclDevice* dev = s_context->device(0);
+    EXPECT_EQ(dev->parent(), s_context);
+    EXPECT_GT(std::strlen(dev->name()), 0u);
+    char devName[256] = {};
+    ASSERT_EQ(clGetDeviceInfo(dev->handle(), CL_DEVICE_NAME, sizeof devName, devName, nullptr), CL_SUCCESS);
+    EXPECT_STREQ(dev->name(), devName);
+
+    cl_command_queue_properties props = 0;
+    ASSERT_EQ(clGetCommandQueueInfo(dev->queue(), CL_QUEUE_PROPERTIES, sizeof props, &props, nullptr), CL_SUCCESS);
+    EXPECT_TRUE(props & CL_QUEUE_PROFILING_ENABLE);
+    cl_context qctx = nullptr;
+    ASSERT_EQ(clGetCommandQueueInfo(dev->queue(), CL_QUEUE_CONTEXT, sizeof qctx, &qctx, nullptr), CL_SUCCESS);
+    EXPECT_EQ(qctx, s_context->handle());
+    EXPECT_TRUE(s_msgs.empty());
+}
+
+TEST_F(OclLayer, VendorCallsWithoutAMatchingPlatformReturnNullSilently)
+{
+    EXPECT_EQ(oclCreateContext("NVIDIA Corporation", CL_DEVICE_TYPE_GPU), nullptr);
+    EXPECT_EQ(oclCreateContext("Advanced Micro Devices, Inc.", CL_DEVICE_TYPE_GPU), nullptr);
+    EXPECT_EQ(oclCreateContext("Intel Corporation", CL_DEVICE_TYPE_CPU), nullptr);
+    EXPECT_TRUE(s_msgs.empty());
+}
+
+TEST_F(OclLayer, VendorNamesMapToTheFourConstants)
+{
+    EXPECT_EQ(oclKnownVendor("NVIDIA Corporation"), oclVendorNVIDIA);
+    EXPECT_EQ(oclKnownVendor("Advanced Micro Devices, Inc."), oclVendorAMD);
+    // Intel platforms spell their vendor in several ways; five characters decide.
+    EXPECT_EQ(oclKnownVendor("Intel(R) Corporation"), oclVendorIntel);
+    EXPECT_STREQ(oclKnownVendor("Intel(R) Corporation"), "Intel Corporation");
+    EXPECT_EQ(oclKnownVendor("NVIDIA"), oclVendorUnknown);
+    EXPECT_EQ(oclKnownVendor("Advanced Micro Devices"), oclVendorUnknown);
+    EXPECT_EQ(oclKnownVendor("The pocl project"), oclVendorUnknown);
+    EXPECT_STREQ(oclVendorUnknown, "Unknown Vendor");
+}
+
+TEST_F(OclLayer, SharingHookIsIgnoredWithoutGLSharingDevices)
+{
+    EXPECT_EQ(oclGLXSharing(reinterpret_cast<void*>(0x10), reinterpret_cast<void*>(0x20)),
+              (std::vector<cl_context_properties>{CL_GL_CONTEXT_KHR, 0x10, CL_GLX_DISPLAY_KHR, 0x20}));
+    EXPECT_EQ(oclEGLSharing(reinterpret_cast<void*>(0x30), reinterpret_cast<void*>(0x40)),
+              (std::vector<cl_context_properties>{CL_GL_CONTEXT_KHR, 0x30, CL_EGL_DISPLAY_KHR, 0x40}));
+
+    EXPECT_TRUE(oclExtensionListed("cl_khr_icd cl_khr_gl_sharing", "cl_khr_gl_sharing"));
+    EXPECT_TRUE(oclExtensionListed("cl_khr_gl_sharing cl_khr_icd ", "cl_khr_gl_sharing"));
+    EXPECT_FALSE(oclExtensionListed("cl_khr_gl_sharing_ext cl_khr_icd", "cl_khr_gl_sharing"));
+    EXPECT_FALSE(oclExtensionListed("xcl_khr_gl_sharing", "cl_khr_gl_sharing"));
+    EXPECT_FALSE(oclExtensionListed("", "cl_khr_gl_sharing"));
+
+    // The hook is consulted, and a platform whose devices do not declare GL
+    // sharing gets a plain context even when GL properties are offered.
+    int calls = 0;
+    oclGLSharingProperties = [&calls] {
+        ++calls;
+        return oclGLXSharing(reinterpret_cast<void*>(0x1234), reinterpret_cast<void*>(0x5678));
+    };
+    oclContext* ctx = oclCreateContextForPlatform(s_platform);
+    ASSERT_NE(ctx, nullptr);
+    EXPECT_EQ(calls, 1);
+    EXPECT_TRUE(s_msgs.empty());
+    cl_uint propCount = 0;
+    size_t size = 0;
+    ASSERT_EQ(clGetContextInfo(ctx->handle(), CL_CONTEXT_PROPERTIES, 0, nullptr, &size), CL_SUCCESS);
+    std::vector<cl_context_properties> props(size / sizeof(cl_context_properties));
+    ASSERT_EQ(clGetContextInfo(ctx->handle(), CL_CONTEXT_PROPERTIES, size, props.data(), nullptr), CL_SUCCESS);
+    for (cl_context_properties p : props) propCount += (p == CL_GL_CONTEXT_KHR);
+    EXPECT_EQ(propCount, 0u);
+    delete ctx;
+}
+
+TEST_F(OclLayer, ErrorNames)
+{
+    const std::pair<cl_int, const char*> named[] = {
+        {0, "CL_SUCCESS"},
+        {-1, "CL_DEVICE_NOT_FOUND"},
+        {-5, "CL_OUT_OF_RESOURCES"},
+        {-11, "CL_BUILD_PROGRAM_FAILURE"},
+        {-12, "CL_MAP_FAILURE"},
+        {-30, "CL_INVALID_VALUE"},
+        {-38, "CL_INVALID_MEM_OBJECT"},
+        {-60, "CL_INVALID_GL_OBJECT"},
+        {-63, "CL_INVALID_GLOBAL_WORK_SIZE"},
+    };
+    for (auto [code, name] : named) {
+        oclLastError = code;
+        EXPECT_STREQ(oclErrorString(), name) << code;
+    }
+    for (cl_int code = 0; code >= -63; --code) {
+        oclLastError = code;
+        const bool known = code >= -12 || code <= -30;
+        EXPECT_EQ(std::strncmp(oclErrorString(), "CL_", 3) == 0, known) << code;
+    }
+    for (cl_int code : {-64, -20, -13, -29, 3, -1001}) {
+        oclLastError = code;
+        EXPECT_EQ(std::string(oclErrorString()), "Unknown OpenCL error: " + std::to_string(code));
+    }
+}
+
+TEST_F(OclLayer, CheckAndMessagesReachTheHandlers)
+{
+    oclObject obj("probe");
+    oclLastError = CL_SUCCESS;
+    EXPECT_TRUE(oclCheck("clFinish", &obj));
+    EXPECT_TRUE(s_msgs.empty());
+    EXPECT_EQ(obj.failed, 0);
+
+    oclLastError = CL_INVALID_VALUE;
+    EXPECT_FALSE(oclCheck("clFinish", &obj));
+    ASSERT_EQ(s_msgs.size(), 1u);
+    EXPECT_EQ(s_msgs[0].kind, "error");
+    EXPECT_EQ(s_msgs[0].text, "Failure in call to clFinish : CL_INVALID_VALUE");
+    EXPECT_EQ(s_msgs[0].object, &obj);
+    EXPECT_EQ(obj.failed, 1);
+
+    oclLastError = -20;
+    EXPECT_FALSE(oclCheck("clFlush", nullptr));
+    EXPECT_EQ(s_msgs.back().text, "Failure in call to clFlush : Unknown OpenCL error: -20");
+    EXPECT_EQ(s_msgs.back().object, nullptr);
+
+    // Only the error channel marks the object.
+    oclObject quiet("quiet");
+    s_msgs.clear();
+    {
+        oclMessage m(oclWarningHandler, &quiet, "kernel.cl", 12);
+        m << "watch " << 3;
+    }
+    oclMessage(oclInfoHandler, &quiet) << "plain";
+    ASSERT_EQ(s_msgs.size(), 2u);
+    EXPECT_EQ(s_msgs[0].kind, "warning");
+    EXPECT_EQ(s_msgs[0].text, "(kernel.cl:12):watch 3");
+    EXPECT_EQ(s_msgs[1].kind, "info");
+    EXPECT_EQ(s_msgs[1].text, "plain");
+    EXPECT_EQ(quiet.failed, 0);
+
+    // An explicit finish hands the text over once.
+    oclMessage m(oclErrorHandler, &quiet);
+    m << "once";
+    m.finish();
+    m.finish();
+    EXPECT_EQ(texts("error"), std::vector<std::string>{"once"});
+    EXPECT_EQ(quiet.failed, 1);
+}
+
+TEST_F(OclLayer, DefaultHandlersWriteToStandardOutput)
+{
+    oclObject obj("prog");
+    char text[] = "boom";
+    ::testing::internal::CaptureStdout();
+    oclDefaultErrorHandler(text, &obj);
+    oclDefaultWarningHandler(text, nullptr);
+    oclDefaultInfoHandler(text, &obj);
+    oclDefaultBuildLogHandler(text, &obj);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "(error):prog:boom\n(warning):boom\nprog:boom\n(error):prog:boom\n");
+}
+
+TEST_F(OclLayer, ProgramFromTwoSourcesBuildsAndItsKernelsRun)
+{
+    oclProgram prog(s_context, "squares.cl");
+    prog.addSource(kHelperSource);
+    prog.addSource(kKernelSource);
+    ASSERT_EQ(prog.sources().size(), 2u);
+    EXPECT_EQ(prog.sources()[0].text, kHelperSource);
+    EXPECT_EQ(prog.sources()[0].lines, 4u);
+    EXPECT_EQ(prog.sources()[1].lines, 5u);
+    EXPECT_EQ(prog.sources()[1].file[0], '\0');
+    EXPECT_EQ(prog.context(), s_context);
+
+    ASSERT_EQ(prog.build(), 1) << (s_msgs.empty() ? "" : s_msgs.back().text);
+    ASSERT_NE(prog.handle(), nullptr);
+    EXPECT_TRUE(s_msgs.empty());
+
+    cl_uint count = 0;
+    ASSERT_EQ(clCreateKernelsInProgram(prog.handle(), 0, nullptr, &count), CL_SUCCESS);
+    ASSERT_EQ(count, 2u);
+    std::vector<cl_kernel> handles(count);
+    ASSERT_EQ(clCreateKernelsInProgram(prog.handle(), count, handles.data(), nullptr), CL_SUCCESS);
+    for (cl_kernel k : handles) {
+        prog.kernels().push_back(new oclKernel(&prog, k));
+        clReleaseKernel(k);  // the wrapper holds its own reference
+    }
+    oclKernel* squares = nullptr;
+    oclKernel* twice = nullptr;
+    for (oclKernel* k : prog.kernels()) {
+        EXPECT_EQ(k->parent(), &prog);
+        if (std::strcmp(k->name(), "squares") == 0) squares = k;
+        if (std::strcmp(k->name(), "twice") == 0) twice = k;
+    }
+    ASSERT_NE(squares, nullptr);
+    ASSERT_NE(twice, nullptr);
+
+    // Fill through a write map, run, and read the result through a read map.
+    constexpr size_t n = 16;
+    oclBuffer buf(s_context, "values");
+    ASSERT_TRUE(buf.create(CL_MEM_READ_WRITE, n * sizeof(float), nullptr));
+    ASSERT_TRUE(buf.map(CL_MAP_WRITE, 0));
+    ASSERT_NE(buf.data, nullptr);
+    EXPECT_EQ(buf.mapFlags, cl_map_flags(CL_MAP_WRITE));
+    for (size_t i = 0; i < n; ++i) static_cast<float*>(buf.data)[i] = float(i) - 4.0f;
+    ASSERT_TRUE(buf.unmap(0));
+    EXPECT_EQ(buf.data, nullptr);
+    EXPECT_EQ(buf.mapFlags, 0u);
+
+    ASSERT_EQ(clSetKernelArg(squares->handle(), 0, sizeof(cl_mem), &buf.mem), CL_SUCCESS);
+    EXPECT_EQ(squares->prepareEvent(), nullptr);  // not profiling
+    squares->setProfiling(true);
+    cl_event* ev = squares->prepareEvent();
+    ASSERT_NE(ev, nullptr);
+    const size_t global = n;
+    ASSERT_EQ(clEnqueueNDRangeKernel(queue(), squares->handle(), 1, nullptr, &global, nullptr, 0, nullptr, ev),
+              CL_SUCCESS);
+    const uint64_t start = squares->startTime();
+    const uint64_t end = squares->endTime();
+    EXPECT_GT(start, 0u);
+    EXPECT_GE(end, start);
+
+    ASSERT_TRUE(buf.map(CL_MAP_READ, 0));
+    for (size_t i = 0; i < n; ++i) {
+        const float x = float(i) - 4.0f;
+        EXPECT_FLOAT_EQ(static_cast<float*>(buf.data)[i], x * x) << i;
+    }
+    EXPECT_TRUE(buf.unmap(0));
+
+    // A second launch replaces the event.
+    ASSERT_EQ(clEnqueueNDRangeKernel(queue(), squares->handle(), 1, nullptr, &global, nullptr, 0, nullptr,
+                                     squares->prepareEvent()),
+              CL_SUCCESS);
+    EXPECT_GE(squares->startTime(), end);
+    EXPECT_TRUE(s_msgs.empty());
+}
+
+TEST_F(OclLayer, BrokenProgramHandsTheCompilerLogOverAndCanBeRebuilt)
+{
+    oclProgram prog(s_context, "broken.cl");
+    prog.addSource("__kernel void broken(__global float* v) { v[0] = undeclared_thing; }\n");
+    EXPECT_EQ(prog.build(), 0);
+    EXPECT_EQ(prog.failed, 1);
+    ASSERT_EQ(texts("error"), std::vector<std::string>{"Failure in call to clBuildProgram : CL_BUILD_PROGRAM_FAILURE"});
+    const std::vector<std::string> logs = texts("buildlog");
+    ASSERT_EQ(logs.size(), 1u);
+    EXPECT_NE(logs[0].find("undeclared_thing"), std::string::npos) << logs[0];
+    for (const Msg& m : s_msgs) EXPECT_EQ(m.object, &prog);
+
+    // A rebuild starts clean and replaces the program handle.
+    s_msgs.clear();
+    prog.clearSources();
+    EXPECT_TRUE(prog.sources().empty());
+    prog.addFileSource("fixed.cl", "__kernel void fixed(__global float* v)\n{ v[0] = 1.0f; }\n");
+    EXPECT_STREQ(prog.sources()[0].file, "fixed.cl");
+    EXPECT_EQ(prog.sources()[0].lines, 2u);
+    EXPECT_EQ(prog.build(), 1);
+    EXPECT_EQ(prog.failed, 0);
+    EXPECT_TRUE(s_msgs.empty());
+    cl_uint kernels = 0;
+    EXPECT_EQ(clCreateKernelsInProgram(prog.handle(), 0, nullptr, &kernels), CL_SUCCESS);
+    EXPECT_EQ(kernels, 1u);
+}
+
+TEST_F(OclLayer, ProgramWithoutSourcesReportsWhatOpenCLAnswers)
+{
+    oclProgram prog(s_context, "empty");
+    EXPECT_EQ(prog.build(), 0);
+    EXPECT_EQ(prog.handle(), nullptr);
+    EXPECT_EQ(prog.failed, 1);
+    EXPECT_EQ(texts("error"),
+              std::vector<std::string>{"Failure in call to clCreateProgramWithSource : CL_INVALID_VALUE"});
+    EXPECT_TRUE(texts("buildlog").empty());
+}
+
+TEST_F(OclLayer, BufferReadWriteAndResize)
+{
+    std::vector<int> host(32);
+    for (size_t i = 0; i < host.size(); ++i) host[i] = int(i * 7);
+    oclBuffer buf(s_context, "ints", 5);
+    EXPECT_EQ(buf.extra, 5u);
+    EXPECT_EQ(buf.parent(), s_context);
+    ASSERT_TRUE(buf.create(CL_MEM_READ_ONLY, host.size() * sizeof(int), nullptr));
+    EXPECT_EQ(buf.dim(0), host.size() * sizeof(int));
+    EXPECT_EQ(buf.dim(1), 0u);
+    buf.data = host.data();
+    ASSERT_TRUE(buf.write(0));
+    std::vector<int> back(host.size(), -1);
+    buf.data = back.data();
+    ASSERT_TRUE(buf.read(0));
+    EXPECT_EQ(back, host);
+
+    ASSERT_TRUE(buf.resize(64, nullptr));
+    EXPECT_EQ(buf.dim(0), 64u);
+    EXPECT_EQ(buf.mapFlags, 0u);
+    cl_mem_flags flags = 0;
+    ASSERT_EQ(clGetMemObjectInfo(buf.mem, CL_MEM_FLAGS, sizeof flags, &flags, nullptr), CL_SUCCESS);
+    EXPECT_EQ(flags, cl_mem_flags(CL_MEM_READ_ONLY));
+    EXPECT_TRUE(s_msgs.empty());
+
+    // A failing create leaves no handle and names the call.
+    oclBuffer bad(s_context, "bad");
+    EXPECT_FALSE(bad.create(CL_MEM_READ_WRITE, 0, nullptr));
+    EXPECT_FALSE(bad.isValid());
+    EXPECT_EQ(bad.failed, 1);
+    ASSERT_EQ(s_msgs.size(), 1u);
+    EXPECT_EQ(s_msgs[0].text, "Failure in call to clCreateBuffer : CL_INVALID_BUFFER_SIZE");
+    EXPECT_EQ(s_msgs[0].object, &bad);
+}
+
+TEST_F(OclLayer, HostPointerBufferKeepsItsStoreAfterUnmap)
+{
+    std::vector<float> store(8, 2.5f);
+    oclBuffer buf(s_context, "store");
+    ASSERT_TRUE(buf.create(CL_MEM_READ_WRITE | CL_MEM_USE_HOST_PTR, store.size() * sizeof(float), store.data()));
+    EXPECT_EQ(buf.data, store.data());
+    ASSERT_TRUE(buf.map(CL_MAP_READ | CL_MAP_WRITE, 0));
+    EXPECT_EQ(buf.mapFlags, cl_map_flags(CL_MAP_READ | CL_MAP_WRITE));
+    ASSERT_NE(buf.data, nullptr);
+    EXPECT_FLOAT_EQ(static_cast<float*>(buf.data)[7], 2.5f);
+    ASSERT_TRUE(buf.unmap(0));
+    EXPECT_EQ(buf.data, store.data());
+    EXPECT_EQ(buf.mapFlags, 0u);
+    EXPECT_TRUE(s_msgs.empty());
+}
+
+TEST_F(OclLayer, Image2DCreateMapTransferAndResize)
+{
+    const cl_image_format rgba{CL_RGBA, CL_FLOAT};
+    oclImage2D img(s_context, "picture");
+    ASSERT_TRUE(img.create(CL_MEM_READ_WRITE, &rgba, 4, 3, nullptr));
+    EXPECT_EQ(img.dim(0), 4u);
+    EXPECT_EQ(img.dim(1), 3u);
+    EXPECT_EQ(img.dim(2), 0u);
+    cl_image_format fmt{};
+    EXPECT_EQ(img.format(&fmt), &fmt);
+    EXPECT_EQ(fmt.image_channel_order, cl_channel_order(CL_RGBA));
+    EXPECT_EQ(fmt.image_channel_data_type, cl_channel_type(CL_FLOAT));
+
+    const size_t n = 4 * 3 * 4;
+    ASSERT_TRUE(img.map(CL_MAP_WRITE, 0));
+    EXPECT_EQ(img.mapFlags, cl_map_flags(CL_MAP_WRITE));
+    for (size_t i = 0; i < n; ++i) static_cast<float*>(img.data)[i] = float(i);
+    ASSERT_TRUE(img.unmap(0));
+    EXPECT_EQ(img.data, nullptr);
+
+    std::vector<float> host(n, -1.0f);
+    img.data = host.data();
+    ASSERT_TRUE(img.read(0));
+    for (size_t i = 0; i < n; ++i) EXPECT_EQ(host[i], float(i)) << i;
+    for (float& v : host) v *= 3.0f;
+    ASSERT_TRUE(img.write(0));
+    ASSERT_TRUE(img.map(CL_MAP_READ, 0));
+    ASSERT_NE(img.data, host.data());
+    for (size_t i = 0; i < n; ++i) EXPECT_EQ(static_cast<float*>(img.data)[i], 3.0f * float(i)) << i;
+    ASSERT_TRUE(img.unmap(0));
+
+    ASSERT_TRUE(img.resize(2, 5, nullptr));
+    EXPECT_EQ(img.dim(0), 2u);
+    EXPECT_EQ(img.dim(1), 5u);
+    fmt = {};
+    img.format(&fmt);
+    EXPECT_EQ(fmt.image_channel_order, cl_channel_order(CL_RGBA));
+    EXPECT_EQ(fmt.image_channel_data_type, cl_channel_type(CL_FLOAT));
+    EXPECT_TRUE(s_msgs.empty());
+}
+
+TEST_F(OclLayer, Image3DCreateMapTransferAndResize)
+{
+    const cl_image_format r{CL_R, CL_UNSIGNED_INT8};
+    oclImage3D vol(s_context, "volume");
+    ASSERT_TRUE(vol.create(CL_MEM_READ_WRITE, &r, 4, 3, 2, nullptr));
+    EXPECT_EQ(vol.dim(0), 4u);
+    EXPECT_EQ(vol.dim(1), 3u);
+    EXPECT_EQ(vol.dim(2), 2u);
+    EXPECT_EQ(vol.dim(3), 0u);
+    cl_image_format fmt{};
+    EXPECT_EQ(vol.format(&fmt), &fmt);
+    EXPECT_EQ(fmt.image_channel_order, cl_channel_order(CL_R));
+    EXPECT_EQ(fmt.image_channel_data_type, cl_channel_type(CL_UNSIGNED_INT8));
+
+    const size_t n = 4 * 3 * 2;
+    std::vector<unsigned char> host(n);
+    for (size_t i = 0; i < n; ++i) host[i] = static_cast<unsigned char>(i * 5 + 1);
+    vol.data = host.data();
+    ASSERT_TRUE(vol.write(0));
+    ASSERT_TRUE(vol.map(CL_MAP_READ | CL_MAP_WRITE, 0));
+    auto* mapped = static_cast<unsigned char*>(vol.data);
+    for (size_t i = 0; i < n; ++i) EXPECT_EQ(mapped[i], host[i]) << i;
+    mapped[n - 1] = 200;
+    ASSERT_TRUE(vol.unmap(0));
+    EXPECT_EQ(vol.mapFlags, 0u);
+    std::vector<unsigned char> back(n, 0);
+    vol.data = back.data();
+    ASSERT_TRUE(vol.read(0));
+    EXPECT_EQ(back[0], host[0]);
+    EXPECT_EQ(back[n - 1], 200);
+
+    ASSERT_TRUE(vol.resize(2, 2, 3, nullptr));
+    EXPECT_EQ(vol.dim(0), 2u);
+    EXPECT_EQ(vol.dim(1), 2u);
+    EXPECT_EQ(vol.dim(2), 3u);
+    fmt = {};
+    vol.format(&fmt);
+    EXPECT_EQ(fmt.image_channel_data_type, cl_channel_type(CL_UNSIGNED_INT8));
+    EXPECT_TRUE(s_msgs.empty());
+}
+
+TEST_F(OclLayer, CallsOnAReleasedObjectReportInvalidMem)
+{
+    oclBuffer buf(s_context, "gone");
+    ASSERT_TRUE(buf.create(CL_MEM_READ_WRITE, 16, nullptr));
+    ASSERT_TRUE(buf.map(CL_MAP_READ, 0));
+    buf.release();
+    EXPECT_FALSE(buf.isValid());
+    EXPECT_EQ(buf.handle(), nullptr);
+    EXPECT_EQ(buf.mapFlags, 0u);
+    EXPECT_EQ(buf.data, nullptr);
+    buf.release();  // a second release is a no-op
+    EXPECT_TRUE(s_msgs.empty());
+
+    EXPECT_FALSE(buf.unmap(0));  // silently
+    EXPECT_TRUE(s_msgs.empty());
+    EXPECT_EQ(buf.failed, 0);
+    EXPECT_FALSE(buf.map(CL_MAP_READ, 0));
+    EXPECT_FALSE(buf.read(0));
+    EXPECT_FALSE(buf.write(0));
+    EXPECT_FALSE(buf.resize(32, nullptr));
+    EXPECT_EQ(texts("error"), std::vector<std::string>(4, "Invalid cl_mem"));
+    for (const Msg& m : s_msgs) EXPECT_EQ(m.object, &buf);
+    EXPECT_EQ(buf.failed, 1);
+    EXPECT_EQ(buf.dim(0), 0u);
+
+    s_msgs.clear();
+    oclImage2D img(s_context, "never made");
+    oclImage3D vol(s_context, "never made either");
+    EXPECT_FALSE(img.map(CL_MAP_READ, 0));
+    EXPECT_FALSE(img.resize(2, 2, nullptr));
+    EXPECT_FALSE(vol.read(0));
+    EXPECT_FALSE(vol.resize(2, 2, 2, nullptr));
+    EXPECT_EQ(texts("error"), std::vector<std::string>(4, "Invalid cl_mem"));
+    EXPECT_EQ(img.failed, 1);
+    EXPECT_EQ(vol.failed, 1);
+}
+
+}  // namespace

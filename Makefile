@@ -27,6 +27,7 @@ bench: build
 	@$(BUILD)/bin/file_bench
 	@$(BUILD)/bin/lua_bench
 	@$(BUILD)/bin/engine_bench
+	@$(BUILD)/bin/cl_bench
 
 clean:
 	@rm -rf $(BUILD)

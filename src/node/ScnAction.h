@@ -41,6 +41,8 @@ public:
     virtual ScnNode* rootOf(ScnNode* node);
 
     bool handled = false;
+    // The compute context handed down to the nodes below (an oclContext).
+    void* context = nullptr;
 
     // Matrix stack; starts with the identity.
     const ScnMatrix16& top() const { return m_matrices[m_top]; }
@@ -118,8 +120,7 @@ protected:
 
 class ScnActionCreate : public ScnAction {
 public:
-    explicit ScnActionCreate(void* context = nullptr) : context(context) {}
-    void* context;  // the OpenCL context handed down to compute nodes
+    explicit ScnActionCreate(void* clContext = nullptr) { context = clContext; }
 
 protected:
     void visit(ScnNode* node) override;

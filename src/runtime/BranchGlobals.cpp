@@ -1,6 +1,7 @@
 // Branch roots reach scripts as globals under their node names (OpenGL,
 // Scripts, Gui, OpenCL, Camera). Only twins have Lua objects, so design
 // nodes never publish anything.
+#include "compute/OclGlobal.h"
 #include "compute/OclNodes.h"
 #include "node/ScnAction.h"
 #include "render/ScnCamera.h"
@@ -58,6 +59,7 @@ void ScnCameraExamine::onDestroy(ScnAction& action)
 void OclDevice::onCreate(ScnAction& action)
 {
     if (!pathLink) publish(this);
+    action.context = OclGlobal::currentContext();
     ScnGroup::onCreate(action);
 }
 

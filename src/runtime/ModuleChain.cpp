@@ -2,6 +2,7 @@
 // which is what fixes the order.
 #include <lua.hpp>
 
+#include "compute/OclGlobal.h"
 #include "compute/OclNodes.h"
 #include "memory/MemTypes.h"
 #include "node/ScnNode.h"
@@ -128,6 +129,8 @@ void AppGlobal::startModules()
     static bool started = false;
     if (started) return;
     started = true;
+    // Contexts first, so that a GL context current at this point can be shared.
+    OclGlobal::startContexts();
     startLua();
     geoInit();
     scnInit();

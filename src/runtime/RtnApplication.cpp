@@ -17,6 +17,11 @@ const std::string& RtnApplication::currentInclude()
     return s_publishedInclude ? s_publishedInclude->value : none;
 }
 
+void RtnApplication::publishInclude()
+{
+    s_publishedInclude = &include;
+}
+
 RtnApplication::RtnApplication()
 {
     name = "page";

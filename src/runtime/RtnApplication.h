@@ -53,6 +53,8 @@ public:
     static uint8_t s_header[kHeaderSize];
     // The "#include" text of the present application, for program builds.
     static const std::string& currentInclude();
+    // Makes this application's "#include" the present one.
+    void publishInclude();
 
     // The application-global text; setting it marks it changed.
     void setGlobalScript(const std::string& text);

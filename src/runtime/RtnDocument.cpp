@@ -69,6 +69,7 @@ void RtnDocument::load(std::unique_ptr<RtnApplication> app, const std::string& f
     }
     m_app = std::move(app);
     m_app->fileName = fileName;
+    m_app->publishInclude();
     RtnMFRef::s_root = m_app.get();
     forEachProcessor(*m_app, [](RtnProcessor& p) {
         for (int r = 0; r < RtnProcessor::kRegisters; ++r)

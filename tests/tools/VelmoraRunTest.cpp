@@ -8,6 +8,7 @@
 
 #include <sys/wait.h>
 
+#include "compute/OclNodes.h"
 #include "runtime/RtnApplication.h"
 #include "support/TempDir.h"
 
@@ -26,10 +27,10 @@ std::string slurp(const std::string& path)
 
 class VelmoraRun : public ::testing::Test {
 protected:
-    RunResult run(const std::string& args)
+    RunResult run(const std::string& args, const std::string& env = "")
     {
         RunResult r;
-        std::string cmd = std::string(VELMORA_BIN_DIR) + "/velmora-run " + args + " >" + (m_tmp / "out") + " 2>" +
+        std::string cmd = env + " " + std::string(VELMORA_BIN_DIR) + "/velmora-run " + args + " >" + (m_tmp / "out") + " 2>" +
                           (m_tmp / "err");
         int rc = std::system(cmd.c_str());
         r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
@@ -92,4 +93,46 @@ TEST_F(VelmoraRun, UnusableWorkspaceOrMissingFileExitsWithTwo)
     EXPECT_EQ(damaged.status, 2);
     EXPECT_NE(damaged.err.find("file is truncated or damaged at byte"), std::string::npos) << damaged.err;
     EXPECT_EQ(run("--frames x " + workspace()).status, 2);
+}
+
+// An application with one program whose third line of its own text is wrong.
+bool writeBrokenProgram(const std::string& path)
+{
+    RtnApplication app;
+    auto* platform = new OclPlatform;
+    auto* program = new OclProgram;
+    program->source = "__kernel void k(__global int* v)\n{\n    v[0] = nowhere;\n}\n";
+    platform->append(program);
+    app.openCL.node.append(platform);
+    std::string error;
+    return app.writeFile(path, error);
+}
+
+TEST_F(VelmoraRun, KernelDiagnosticsArePrintedWithTheLineOfTheProgramsOwnText)
+{
+    ASSERT_TRUE(writeBrokenProgram(m_tmp / "kernel.3Dm"));
+    RunResult r = run(m_tmp.path() + " kernel.3Dm");
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("(clProgram): Failure in call to clBuildProgram : CL_BUILD_PROGRAM_FAILURE\n"),
+              std::string::npos)
+        << r.out;
+    size_t at = r.out.find("(clProgram): ");
+    EXPECT_NE(r.out.find("nowhere"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(" (line 3)\n", at), std::string::npos) << r.out;
+}
+
+TEST_F(VelmoraRun, WithoutAnyOpenCLPlatformTheApplicationStillOpensAndRuns)
+{
+    ASSERT_TRUE(writeBrokenProgram(m_tmp / "kernel.3Dm"));
+    TempDir noVendors{"velmora-no-icd"};
+    RunResult r = run("--frames 3 --start " + m_tmp.path() + " kernel.3Dm", "OCL_ICD_VENDORS=" + noVendors.path());
+    EXPECT_EQ(r.status, 0) << r.err;
+    // No context: said once at start, the platform says so, nothing is built.
+    EXPECT_EQ(r.out.rfind("(OpenCL): no OpenCL platform found: compute nodes are not built\n", 0), 0u) << r.out;
+    EXPECT_NE(r.out.find("Platform not found, using  instead"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("clBuildProgram"), std::string::npos) << r.out;
+
+    RunResult hello = run("--frames 2 --start " + workspace() + " samples/hello.3Dm", "OCL_ICD_VENDORS=" + noVendors.path());
+    EXPECT_EQ(hello.status, 0) << hello.err;
+    EXPECT_NE(hello.out.find("frame 2 at 25 ms"), std::string::npos) << hello.out;
 }

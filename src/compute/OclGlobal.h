@@ -1,0 +1,27 @@
+// The compute contexts of the process: made once at start, one per vendor
+// platform, with one of them current. Nodes learn their context from the
+// traversals.
+#pragma once
+
+#include <string>
+#include <vector>
+
+class oclContext;
+class oclDevice;
+
+namespace OclGlobal {
+
+// Makes the contexts: the three vendor calls, then one for every platform
+// that matched none of them (its name is the platform's vendor string).
+// Installs the message handlers. Runs once; later calls do nothing.
+void startContexts();
+
+const std::vector<oclContext*>& contexts();
+oclContext* currentContext();
+// The first context whose name agrees with `name` in the first five characters.
+oclContext* findContext(const std::string& name);
+
+// The lines the property pages show for a device.
+std::vector<std::string> deviceInfo(oclDevice* device);
+
+}  // namespace OclGlobal

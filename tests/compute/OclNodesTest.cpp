@@ -1,0 +1,261 @@
+// The compute branch of an open document on the machine's own OpenCL
+// platform: contexts handed down by platform nodes, programs built on the
+// run-time tree, and build errors addressed to lines of the node's own text.
+#include <gtest/gtest.h>
+#include <lua.hpp>
+
+#include <string>
+#include <vector>
+
+#include "compute/OclBuildLog.h"
+#include "compute/OclGlobal.h"
+#include "compute/OclNodes.h"
+#include "compute/oclObject.h"
+#include "runtime/CmdNodes.h"
+#include "runtime/RtnApplication.h"
+#include "support/DocumentFixture.h"
+
+namespace {
+
+struct Diagnostic {
+    ScnNode* node;
+    int line;
+    std::string text;
+};
+
+std::vector<Diagnostic> drainRing(LogRing& ring)
+{
+    std::vector<Diagnostic> out;
+    LogRecord r;
+    while (ring.pop(r)) out.push_back({r.node, r.line, r.text});
+    return out;
+}
+
+// Runs a chunk in the global environment; the error text when it fails.
+std::string runLua(const char* code)
+{
+    lua_State* L = AppGlobal::luaState();
+    if (luaL_dostring(L, code) == 0) return "";
+    std::string e = lua_tostring(L, -1);
+    lua_pop(L, 1);
+    return e;
+}
+
+bool contains(const Lines& lines, const std::string& part)
+{
+    for (const std::string& l : lines)
+        if (l.find(part) != std::string::npos) return true;
+    return false;
+}
+
+class ComputeBranch : public DocumentFixture {
+protected:
+    void SetUp() override
+    {
+        DocumentFixture::SetUp();
+        if (HasFatalFailure()) return;
+        ASSERT_NE(OclGlobal::currentContext(), nullptr) << "no OpenCL platform on this machine";
+        std::string error;
+        ASSERT_TRUE(m_doc.open("compute.3Dm", error)) << error;
+        drain();
+    }
+
+    // A platform node on the current context, appended to the design branch.
+    OclPlatform* addPlatform(const std::string& platformName)
+    {
+        auto* p = new OclPlatform;
+        p->platform = platformName;
+        m_doc.application()->openCL.node.append(p);
+        return p;
+    }
+
+    template <class T>
+    T* addSource(OclPlatform* platform, const std::string& text)
+    {
+        auto* n = new T;
+        n->source = text;
+        platform->append(n);
+        return n;
+    }
+
+    // Rebuilds the run-time tree from the design, as "reset" does.
+    void rebuild()
+    {
+        m_doc.reset();
+    }
+
+    static OclSourceNode* twinOf(ScnNode* design) { return static_cast<OclSourceNode*>(design->twin()); }
+};
+
+const char* const kSquares =
+    "__kernel void squares(__global float* v)\n"
+    "{\n"
+    "    v[get_global_id(0)] *= v[get_global_id(0)];\n"
+    "}\n"
+    "__kernel void twice(__global float* v) { v[get_global_id(0)] *= 2.0f; }\n";
+
+}  // namespace
+
+TEST_F(ComputeBranch, TheCurrentContextIsFoundByItsFirstFiveCharactersAndIsANewPlatformsDefault)
+{
+    oclContext* current = OclGlobal::currentContext();
+    std::string name = current->name();
+    ASSERT_GE(name.size(), 5u);
+    EXPECT_EQ(OclGlobal::currentContextName(), name);
+    EXPECT_EQ(OclGlobal::findContext(name), current);
+    EXPECT_EQ(OclGlobal::findContext(name.substr(0, 5) + " spelled otherwise"), current);
+    EXPECT_EQ(OclGlobal::findContext(name.substr(0, 4)), nullptr);
+    EXPECT_EQ(OclGlobal::findContext("Nobody Inc."), nullptr);
+
+    OclPlatform fresh;
+    EXPECT_EQ(fresh.platform.value, name);
+    EXPECT_EQ(fresh.getName(), "clPlatform");
+
+    std::vector<std::string> info = OclGlobal::deviceInfo(current->device(0));
+    ASSERT_EQ(info.size(), 29u);
+    EXPECT_EQ(info[0].rfind("CL_DEVICE_TYPE : ", 0), 0u);
+    EXPECT_NE(info[0].find("CPU"), std::string::npos) << info[0];
+    EXPECT_EQ(info[9].rfind("CL_DEVICE_MAX_MEM_ALLOC_SIZE : ", 0), 0u);
+    EXPECT_EQ(info[9].substr(info[9].size() - 3), " MB");
+    EXPECT_EQ(info.back().rfind("CL_DEVICE_PREFERRED_VECTOR_WIDTH_DOUBLE : ", 0), 0u);
+}
+
+TEST_F(ComputeBranch, ProgramsAndFileReferencesBuildOnTheTwinAndFindTheirKernelsByName)
+{
+    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    auto* program = addSource<OclProgram>(platform, kSquares);
+    auto* file = addSource<OclFileRef>(platform, "__kernel void fromFile(__global int* v) { v[0] = 7; }");
+    rebuild();
+
+    // The design nodes hold text only; the twins hold the builds.
+    EXPECT_EQ(program->program(), nullptr);
+    OclSourceNode* p = twinOf(program);
+    OclSourceNode* f = twinOf(file);
+    ASSERT_TRUE(p && f);
+    ASSERT_NE(p->program(), nullptr);
+    EXPECT_EQ(p->context(), OclGlobal::currentContext());
+    ASSERT_NE(p->getKernel("squares"), nullptr);
+    EXPECT_STREQ(p->getKernel("twice")->name(), "twice");
+    EXPECT_EQ(p->getKernel("absent"), nullptr);
+    EXPECT_NE(f->getKernel("fromFile"), nullptr);
+    EXPECT_TRUE(drainRing(OclBuildLog::errors()).empty());
+    EXPECT_TRUE(drainRing(OclBuildLog::warnings()).empty());
+    EXPECT_EQ(drain(), Lines{});
+
+    // Scripts reach the kernels through the node's methods.
+    ASSERT_EQ(runLua("k = OpenCL ~= nil and tostring(OpenCL)"), "");
+    lua_State* L = AppGlobal::luaState();
+    lua_getglobal(L, "k");
+    EXPECT_STREQ(lua_tostring(L, -1), "OclDevice (OpenCL)");
+    lua_pop(L, 1);
+
+    // An edit marks the node changed: the next update builds the new text.
+    p->source = "__kernel void renamed(__global int* v) { }";
+    p->changed = true;
+    m_doc.runtime()->update(p);
+    EXPECT_EQ(p->getKernel("squares"), nullptr);
+    EXPECT_NE(p->getKernel("renamed"), nullptr);
+}
+
+TEST_F(ComputeBranch, AnErrorOnLineThreeOfAProgramIsReportedAtLineThreeBehindTheDefaultInclude)
+{
+    ASSERT_EQ(m_doc.application()->include.value, RtnApplication::kDefaultInclude);
+    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    auto* program = addSource<OclProgram>(platform,
+                                          "__kernel void broken(__global float* v)\n"
+                                          "{\n"
+                                          "    v[0] = undeclared_name;\n"
+                                          "}\n");
+    rebuild();
+    OclSourceNode* twin = twinOf(program);
+    ASSERT_NE(twin->program(), nullptr);
+    EXPECT_EQ(twin->getKernel("broken"), nullptr);
+
+    std::vector<Diagnostic> errors = drainRing(OclBuildLog::errors());
+    ASSERT_FALSE(errors.empty());
+    EXPECT_EQ(errors[0].line, 3);
+    EXPECT_EQ(errors[0].node, twin);
+    EXPECT_EQ(errors[0].text.rfind("(clProgram): ", 0), 0u) << errors[0].text;
+    EXPECT_NE(errors[0].text.find("undeclared_name"), std::string::npos) << errors[0].text;
+    EXPECT_TRUE(contains(drain(), "Failure in call to clBuildProgram : CL_BUILD_PROGRAM_FAILURE"));
+}
+
+TEST_F(ComputeBranch, AFileReferenceHasNoIncludeInFrontSoItsLinesAreTheCompilers)
+{
+    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    auto* file = addSource<OclFileRef>(platform, "__kernel void k(__global int* v)\n{ v[0] = missing; }\n");
+    rebuild();
+    std::vector<Diagnostic> errors = drainRing(OclBuildLog::errors());
+    ASSERT_FALSE(errors.empty());
+    EXPECT_EQ(errors[0].line, 2);
+    EXPECT_EQ(errors[0].node, twinOf(file));
+    EXPECT_EQ(errors[0].text.rfind("(clFile): ", 0), 0u) << errors[0].text;
+}
+
+TEST_F(ComputeBranch, WarningsGoToTheirOwnRingAndTheKernelStillBuilds)
+{
+    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    auto* program = addSource<OclProgram>(platform,
+                                          "__kernel void k(__global int* v)\n"
+                                          "{\n"
+                                          "    int unused_and_uninitialised;\n"
+                                          "    v[0] = unused_and_uninitialised;\n"
+                                          "}\n");
+    rebuild();
+    EXPECT_NE(twinOf(program)->getKernel("k"), nullptr);
+    EXPECT_TRUE(drainRing(OclBuildLog::errors()).empty());
+    // Whether the compiler warns here is its own choice; what it says must
+    // carry the line of the node's text.
+    for (const Diagnostic& w : drainRing(OclBuildLog::warnings())) {
+        EXPECT_TRUE(w.line == 3 || w.line == 4) << w.text << " at " << w.line;
+        EXPECT_EQ(w.node, twinOf(program));
+    }
+}
+
+TEST_F(ComputeBranch, AnUnknownPlatformNameFallsBackOnTheCurrentContextWithOneMessagePerWalk)
+{
+    OclPlatform* platform = addPlatform("Nobody Inc.");
+    auto* program = addSource<OclProgram>(platform, kSquares);
+    rebuild();
+    Lines lines = drain();
+    std::string expected =
+        std::string("Platform not found, using ") + OclGlobal::currentContext()->name() + " instead";
+    int count = 0;
+    for (const std::string& l : lines) count += l.find(expected) != std::string::npos;
+    EXPECT_EQ(count, 2) << "one for the create walk, one for the update walk";
+    EXPECT_NE(twinOf(program)->getKernel("squares"), nullptr);
+}
+
+TEST_F(ComputeBranch, DestroyPassesOverAPlatformThatMatchesNoContext)
+{
+    OclPlatform* platform = addPlatform("Nobody Inc.");
+    auto* program = addSource<OclProgram>(platform, kSquares);
+    rebuild();
+    OclSourceNode* twin = twinOf(program);
+    ASSERT_NE(twin->program(), nullptr);
+    m_doc.runtime()->destroyTree();
+    // Left as it was: the walk did not enter the platform.
+    EXPECT_NE(twin->program(), nullptr);
+    EXPECT_EQ(twin->context(), OclGlobal::currentContext());
+}
+
+TEST_F(ComputeBranch, ComputeFiresOnComputeOfTheRegisterHoldingTheProgram)
+{
+    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    auto* program = addSource<OclProgram>(platform, kSquares);
+    rebuild();
+    RtnRegister* reg = m_doc.application()->processorAt(0)->createRegister(0);
+    ASSERT_NE(reg, nullptr);
+    reg->deposit(program);
+    int onCompute = reg->functions.indexOf("OnCompute");
+    ASSERT_GE(onCompute, 0);
+    reg->setFunctionCode(onCompute, "print('computed ' .. tostring(event))");
+    ASSERT_TRUE(reg->compileFunction(onCompute));
+    drain();
+
+    ASSERT_EQ(runLua("local p = OpenCL:getChild(0):getChild(0)\n"
+                                     "assert(p:getKernel('squares') ~= nil)\n"
+                                     "assert(p:getKernel(42) == nil)\n"
+                                     "p:compute()"), "");
+    EXPECT_TRUE(contains(drain(), "computed OclProgram (clProgram)"));
+}

@@ -60,19 +60,25 @@ protected:
         ASSERT_TRUE(s_context->device(0) && s_context->device(0)->hasQueue());
         s_msgs.clear();
         oclLastError = CL_SUCCESS;
+        m_saved[0] = oclErrorHandler;
+        m_saved[1] = oclWarningHandler;
+        m_saved[2] = oclInfoHandler;
+        m_saved[3] = oclBuildLogHandler;
         oclErrorHandler = captureError;
         oclWarningHandler = captureWarning;
         oclInfoHandler = captureInfo;
         oclBuildLogHandler = captureBuildLog;
     }
+    // The handlers the program installed at start go back for the tests after.
     void TearDown() override
     {
-        oclErrorHandler = oclDefaultErrorHandler;
-        oclWarningHandler = oclDefaultWarningHandler;
-        oclInfoHandler = oclDefaultInfoHandler;
-        oclBuildLogHandler = oclDefaultBuildLogHandler;
+        oclErrorHandler = m_saved[0];
+        oclWarningHandler = m_saved[1];
+        oclInfoHandler = m_saved[2];
+        oclBuildLogHandler = m_saved[3];
         oclGLSharingProperties = nullptr;
     }
+    oclHandler m_saved[4] = {};
 
     static std::vector<std::string> texts(const std::string& kind)
     {

@@ -3,10 +3,18 @@
 #include "compute/oclObject.h"
 
 #include <cstdio>
+#include <unordered_set>
 
 cl_int oclLastError = CL_SUCCESS;
 
 namespace {
+
+std::unordered_set<const void*>& liveObjects()
+{
+    // Never destroyed: objects may outlive static destruction.
+    static auto* s = new std::unordered_set<const void*>;
+    return *s;
+}
 
 constexpr int kErrorNames = 64;
 const char* s_errorNames[kErrorNames] = {};
@@ -25,6 +33,21 @@ void writeDefault(const char* tag, const char* text, oclObject* object)
 }
 
 }  // namespace
+
+oclObject::oclObject(const char* name, void* owner) : owner(owner), m_name(name ? name : "")
+{
+    liveObjects().insert(this);
+}
+
+oclObject::~oclObject()
+{
+    liveObjects().erase(this);
+}
+
+bool oclObject::isLive(const void* object)
+{
+    return object && liveObjects().count(object) != 0;
+}
 
 void oclInitErrorNames()
 {

@@ -30,12 +30,17 @@ class oclProgram;
 
 class oclObject {
 public:
-    explicit oclObject(const char* name, void* owner = nullptr) : owner(owner), m_name(name ? name : "") {}
-    virtual ~oclObject() = default;
+    explicit oclObject(const char* name, void* owner = nullptr);
+    virtual ~oclObject();
     oclObject(const oclObject&) = delete;
     oclObject& operator=(const oclObject&) = delete;
 
     const char* name() const { return m_name; }
+
+    // Scripts hold bare pointers that turn stale when a node rebuilds its
+    // object; every pointer from a script is checked against the live set
+    // before it is followed.
+    static bool isLive(const void* object);
 
     MemProxy* proxy = nullptr;  // typed element access; memory objects only
     void* owner = nullptr;      // the application object this one serves

@@ -292,9 +292,9 @@ void CmdApplication::create(ScnNode* start)
         walkBranches(a, kCreateOrder);
 }
 
-void CmdApplication::update(ScnNode* start)
+void CmdApplication::update(ScnNode* start, ScnField* changed)
 {
-    ScnActionUpdate a;
+    ScnActionUpdate a(false, changed);
     if (start)
         a.apply(a.buildPath(start, this));
     else

@@ -120,7 +120,8 @@ public:
 
     // With `start` null over all branches, else along the path to `start`.
     void create(ScnNode* start);
-    void update(ScnNode* start);
+    // `changed`: the field whose edit asks for the walk, or null.
+    void update(ScnNode* start, ScnField* changed = nullptr);
     void destroy(ScnNode* start);
     // Releases the registers and runs the destroy walk: the first half of
     // taking the tree down.

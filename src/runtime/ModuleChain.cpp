@@ -2,8 +2,11 @@
 // which is what fixes the order.
 #include <lua.hpp>
 
+#include "compute/ClModule.h"
 #include "compute/OclGlobal.h"
 #include "compute/OclNodes.h"
+#include "memory/MemModules.h"
+#include "memory/MemNodes.h"
 #include "memory/MemTypes.h"
 #include "node/ScnNode.h"
 #include "render/ScnCamera.h"
@@ -54,6 +57,26 @@ void geoInit()
     VTRACE("GeoGlobal::init()-done");
 }
 
+// Opens a module with its own protected call: a failing one is reported and
+// the others still open.
+void openModule(lua_CFunction open, const char* name)
+{
+    lua_State* L = AppGlobal::luaState();
+    if (!L) return;
+    if (lua_cpcall(L, open, nullptr) != 0) ScnLua::reportFailure(L, name);
+}
+
+void memInit()
+{
+    VTRACE("MemGlobal::init()-start");
+    {
+        GcPause gc;
+        openModule(MemModules::openStruct, "struct");
+        openModule(MemModules::openMem, "mem");
+    }
+    VTRACE("MemGlobal::init()-done");
+}
+
 void scnInit()
 {
     VTRACE("ScnGlobal::init()-start");
@@ -74,17 +97,31 @@ void scnInit()
         reg<ScnDeferredSpotLight>(&ScnDeferredLight::s_type, "ScnDeferredSpotLight", 2);
         reg<ScnFramebuffer>(&ScnNode::s_type, "ScnFramebuffer", 4);
     }
+    // The records kernels share with cameras and lights.
+    using namespace MemTypes;
+    MemModules::declareStruct("gs_camera", {{"xAxis", Float4}, {"yAxis", Float4}, {"zAxis", Float4},
+                                            {"ePos", Float4}, {"xAxisInv", Float4}, {"yAxisInv", Float4},
+                                            {"zAxisInv", Float4}, {"dFar", Float}, {"dNear", Float}});
+    MemModules::declareStruct("gs_light", {{"diffuse", Float4}, {"ambient", Float4}, {"specular", Float4},
+                                           {"xAxis", Float4}, {"yAxis", Float4}, {"zAxis", Float4},
+                                           {"ePos", Float4}, {"range", Float}, {"intensity", Float},
+                                           {"attenuate", Float}, {"spread", Float}, {"visible", UInt},
+                                           {"type", UInt}});
     VTRACE("ScnGlobal::init()-done");
 }
 
 void oclInit()
 {
     VTRACE("OclGlobal::init()-start");
+    openModule(ClModule::open, "cl");
     {
         GcPause gc;
         reg<OclDevice>(&ScnGroup::s_type, "OclDevice", 64);
         reg<OclPlatform>(&ScnGroup::s_type, "OclPlatform", 64);
         reg<OclProgram>(&ScnNode::s_type, "OclProgram", 64);
+        reg<OclBuffer>(&ScnNode::s_type, "OclBuffer", 64);
+        reg<OclImage2D>(&ScnNode::s_type, "OclImage2D", 64);
+        reg<OclImage3D>(&ScnNode::s_type, "OclImage3D", 64);
         reg<OclFileRef>(&ScnNode::s_type, "OclFileRef", 64);
     }
     ScnEnum::registerTable("cl_mem_type", MemTypes::kNames, MemTypes::kCount);
@@ -133,6 +170,7 @@ void AppGlobal::startModules()
     OclGlobal::startContexts();
     startLua();
     geoInit();
+    memInit();
     scnInit();
     oclInit();
     guiInit();

@@ -1,0 +1,330 @@
+#include "memory/MemNodes.h"
+
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+
+#include <lua.hpp>
+
+#include "node/ScnAction.h"
+#include "runtime/LuaExt.h"
+#include "runtime/ScnLua.h"
+
+ScnNodeType OclBuffer::s_type;
+ScnNodeType OclImage2D::s_type;
+ScnNodeType OclImage3D::s_type;
+
+namespace {
+
+// The pointer of an update walk names the field whose edit asked for it
+// (the design node's or the twin's: compared by name). Null: no field.
+bool changedOneOf(const ScnAction& action, std::initializer_list<const char*> names)
+{
+    auto* field = static_cast<const ScnField*>(static_cast<const ScnActionUpdate&>(action).pointer);
+    if (!field) return false;
+    for (const char* n : names)
+        if (std::strcmp(field->name(), n) == 0) return true;
+    return false;
+}
+
+uint32_t evaluated(ScnSFScript& f)
+{
+    const int v = f.evaluate(1);
+    return v > 0 ? static_cast<uint32_t>(v) : 0;
+}
+
+void pushObject(lua_State* L, oclObject* object)
+{
+    if (object)
+        velmora_pushtypeduserdata(L, object, LuaTag::kPointer);
+    else
+        lua_pushnil(L);
+}
+
+// A Lua number as an unsigned size, for the setSize methods.
+uint32_t sizeArg(lua_State* L, int idx)
+{
+    if (!lua_isnumber(L, idx)) luaL_typerror(L, idx, "number");
+    const lua_Number v = lua_tonumber(L, idx);
+    return v > 0 ? static_cast<uint32_t>(v) : 0;
+}
+
+cl_image_format clFormat(const ScnImageFormat& f)
+{
+    return cl_image_format{f.order, f.type};
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- buffers
+
+OclBuffer::OclBuffer()
+{
+    name = "clBuffer";
+}
+
+OclBuffer::~OclBuffer()
+{
+    delete m_object;
+}
+
+void OclBuffer::build()
+{
+    const uint32_t count = evaluated(dim0);
+    if (!m_context) return;
+    m_object = new MemTypeBuffer(m_context, count, static_cast<uint32_t>(type.value), getName(), cl_mem_flags.value);
+}
+
+void OclBuffer::onCreate(ScnAction& action)
+{
+    m_context = static_cast<oclContext*>(action.context);
+    delete m_object;
+    m_object = nullptr;
+    build();
+    action.continueWalk(this, ScnAction::Siblings);
+}
+
+void OclBuffer::onUpdate(ScnAction& action)
+{
+    if (action.context != m_context || changedOneOf(action, {"cl_mem_flags", "type", "dim0"})) {
+        m_context = static_cast<oclContext*>(action.context);
+        const cl_map_flags mapped = m_object ? m_object->mapFlags : 0;
+        delete m_object;
+        m_object = nullptr;
+        build();
+        // What a running script had mapped stays mapped across the edit.
+        if (mapped && m_object) m_object->map(mapped, 0);
+    }
+    action.continueWalk(this, ScnAction::Both);
+}
+
+void OclBuffer::onDestroy(ScnAction& action)
+{
+    delete m_object;
+    m_object = nullptr;
+    action.continueWalk(this, ScnAction::Siblings);
+}
+
+void OclBuffer::addLuaMethods(ScnLuaClass<OclBuffer>& c)
+{
+    c.add("getBuffer", &OclBuffer::luaGetBuffer);
+    c.add("dim", &OclBuffer::luaDim);
+    c.add("setSize", &OclBuffer::luaSetSize);
+}
+
+int OclBuffer::luaGetBuffer(lua_State* L)
+{
+    pushObject(L, m_object);
+    return 1;
+}
+
+int OclBuffer::luaDim(lua_State* L)
+{
+    if (!lua_isnumber(L, 1)) return luaL_typerror(L, 1, "number");
+    if (lua_tonumber(L, 1) != 0) return luaL_argerror(L, 1, "buffer only has 1 dimension");
+    lua_pushnumber(L, dim0.number);
+    return 1;
+}
+
+int OclBuffer::luaSetSize(lua_State* L)
+{
+    const uint32_t count = sizeArg(L, 1);
+    dim0.number = static_cast<int>(count);
+    if (m_object && m_object->resize(static_cast<size_t>(clTypeSize(static_cast<uint32_t>(type.value))) * count, nullptr))
+        return 0;
+    char text[300];
+    std::snprintf(text, sizeof text, "(%s): error resizing buffer to (%ul)", getName().c_str(), count);
+    return luaL_error(L, "%s", text);
+}
+
+// ---------------------------------------------------------------- 2D images
+
+OclImage2D::OclImage2D()
+{
+    name = "clImage2D";
+}
+
+OclImage2D::~OclImage2D()
+{
+    delete m_object;
+}
+
+void OclImage2D::build()
+{
+    const uint32_t w = evaluated(dim0), h = evaluated(dim1);
+    if (!m_context) return;
+    const cl_image_format f = clFormat(format.value);
+    m_object = new MemTypeImage2D(m_context, w, h, cl_mem_flags.value, &f, getName());
+}
+
+void OclImage2D::onCreate(ScnAction& action)
+{
+    m_context = static_cast<oclContext*>(action.context);
+    delete m_object;
+    m_object = nullptr;
+    build();
+    action.continueWalk(this, ScnAction::Siblings);
+}
+
+void OclImage2D::onUpdate(ScnAction& action)
+{
+    if (action.context != m_context || changedOneOf(action, {"cl_mem_flags", "format", "file", "dim0", "dim1"})) {
+        m_context = static_cast<oclContext*>(action.context);
+        const cl_map_flags mapped = m_object ? m_object->mapFlags : 0;
+        if (mapped) m_object->unmap(0);
+        delete m_object;
+        m_object = nullptr;
+        build();
+        if (mapped && m_object) m_object->map(mapped, 0);
+    }
+    action.continueWalk(this, ScnAction::Both);
+}
+
+void OclImage2D::onDestroy(ScnAction& action)
+{
+    delete m_object;
+    m_object = nullptr;
+    action.continueWalk(this, ScnAction::Siblings);
+}
+
+void OclImage2D::addLuaMethods(ScnLuaClass<OclImage2D>& c)
+{
+    c.add("getBuffer", &OclImage2D::luaGetBuffer);
+    c.add("dim", &OclImage2D::luaDim);
+    c.add("setSize", &OclImage2D::luaSetSize);
+    c.add("getFrameCount", &OclImage2D::luaGetFrameCount);
+    c.add("setFrame", &OclImage2D::luaSetFrame);
+    c.add("getFrame", &OclImage2D::luaNoResult);
+    c.add("play", &OclImage2D::luaNoResult);
+    c.add("stop", &OclImage2D::luaNoResult);
+    c.add("isPlaying", &OclImage2D::luaNoResult);
+}
+
+int OclImage2D::luaGetBuffer(lua_State* L)
+{
+    pushObject(L, m_object);
+    return 1;
+}
+
+int OclImage2D::luaDim(lua_State* L)
+{
+    if (!lua_isnumber(L, 1)) return luaL_typerror(L, 1, "number");
+    const lua_Number axis = lua_tonumber(L, 1);
+    if (axis == 0) lua_pushnumber(L, dim0.number);
+    else if (axis == 1) lua_pushnumber(L, dim1.number);
+    else return luaL_argerror(L, 1, "0 or 1");
+    return 1;
+}
+
+int OclImage2D::luaSetSize(lua_State* L)
+{
+    const uint32_t w = sizeArg(L, 1), h = sizeArg(L, 2);
+    dim0.number = static_cast<int>(w);
+    dim1.number = static_cast<int>(h);
+    if (m_object && m_object->resize(w, h, nullptr)) return 0;
+    return luaL_error(L, "unable to resize buffer to (%d,%d)", static_cast<int>(w), static_cast<int>(h));
+}
+
+// File sources (video, image) are what give frames; a plain one has none.
+int OclImage2D::luaGetFrameCount(lua_State* L)
+{
+    lua_pushnumber(L, 0);
+    return 1;
+}
+
+int OclImage2D::luaSetFrame(lua_State* L)
+{
+    if (!lua_isnumber(L, 1)) return luaL_argerror(L, 1, "positive number expected");
+    return 0;
+}
+
+int OclImage2D::luaNoResult(lua_State*)
+{
+    return 0;
+}
+
+// ---------------------------------------------------------------- 3D images
+
+OclImage3D::OclImage3D()
+{
+    name = "clImage3D";
+}
+
+OclImage3D::~OclImage3D()
+{
+    delete m_object;
+}
+
+void OclImage3D::build()
+{
+    const uint32_t w = evaluated(dim0), h = evaluated(dim1), d = evaluated(dim2);
+    if (!m_context) return;
+    const cl_image_format f = clFormat(format.value);
+    m_object = new MemTypeImage3D(m_context, w, h, d, cl_mem_flags.value, &f, getName());
+}
+
+void OclImage3D::onCreate(ScnAction& action)
+{
+    m_context = static_cast<oclContext*>(action.context);
+    delete m_object;
+    m_object = nullptr;
+    build();
+    action.continueWalk(this, ScnAction::Siblings);
+}
+
+void OclImage3D::onUpdate(ScnAction& action)
+{
+    if (action.context != m_context ||
+        changedOneOf(action, {"cl_mem_flags", "format", "file", "dim0", "dim1", "dim2"})) {
+        m_context = static_cast<oclContext*>(action.context);
+        const cl_map_flags mapped = m_object ? m_object->mapFlags : 0;
+        if (mapped) m_object->unmap(0);
+        delete m_object;
+        m_object = nullptr;
+        build();
+        if (mapped && m_object) m_object->map(mapped, 0);
+    }
+    action.continueWalk(this, ScnAction::Both);
+}
+
+void OclImage3D::onDestroy(ScnAction& action)
+{
+    delete m_object;
+    m_object = nullptr;
+    action.continueWalk(this, ScnAction::Siblings);
+}
+
+void OclImage3D::addLuaMethods(ScnLuaClass<OclImage3D>& c)
+{
+    c.add("getBuffer", &OclImage3D::luaGetBuffer);
+    c.add("dim", &OclImage3D::luaDim);
+    c.add("setSize", &OclImage3D::luaSetSize);
+}
+
+int OclImage3D::luaGetBuffer(lua_State* L)
+{
+    pushObject(L, m_object);
+    return 1;
+}
+
+int OclImage3D::luaDim(lua_State* L)
+{
+    if (!lua_isnumber(L, 1)) return luaL_typerror(L, 1, "number");
+    const lua_Number axis = lua_tonumber(L, 1);
+    if (axis == 0) lua_pushnumber(L, dim0.number);
+    else if (axis == 1) lua_pushnumber(L, dim1.number);
+    else if (axis == 2) lua_pushnumber(L, dim2.number);
+    else return luaL_argerror(L, 1, "0, 1 or 2 expected");
+    return 1;
+}
+
+int OclImage3D::luaSetSize(lua_State* L)
+{
+    const uint32_t w = sizeArg(L, 1), h = sizeArg(L, 2), d = sizeArg(L, 3);
+    dim0.number = static_cast<int>(w);
+    dim1.number = static_cast<int>(h);
+    dim2.number = static_cast<int>(d);
+    if (m_object && m_object->resize(w, h, d, nullptr)) return 0;
+    return luaL_error(L, "unable to resize buffer to (%d,%d,%d)", static_cast<int>(w), static_cast<int>(h),
+                      static_cast<int>(d));
+}

@@ -28,6 +28,7 @@ bench: build
 	@$(BUILD)/bin/lua_bench
 	@$(BUILD)/bin/engine_bench
 	@$(BUILD)/bin/cl_bench
+	@$(BUILD)/bin/mem_bench
 
 clean:
 	@rm -rf $(BUILD)

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <string>
 
+#include "compute/OclNodes.h"
+#include "memory/MemNodes.h"
 #include "platform/Paths.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/RtnApplication.h"
@@ -32,6 +34,61 @@ bool writeHello(const std::string& folder)
     return ok;
 }
 
+// A processor that fills a buffer of integers when the buffer arrives as its
+// token, steps every element with a kernel on each frame and prints a
+// checksum every 40 frames. Integer arithmetic keeps the checksum the same on
+// every device.
+bool writeCompute(const std::string& folder)
+{
+    RtnApplication app;
+    auto* platform = new OclPlatform;
+    platform->name = "compute";
+    auto* program = new OclProgram;
+    program->name = "advance";
+    program->source =
+        "__kernel void advance(__global int* v)\n"
+        "{\n"
+        "    size_t i = get_global_id(0);\n"
+        "    v[i] = (v[i] * 3 + 1) % 1000;\n"
+        "}\n";
+    auto* buffer = new OclBuffer;
+    buffer->name = "values";
+    buffer->type = 4;  // cl_int
+    buffer->dim0 = "1024";
+    platform->append(program);
+    platform->append(buffer);
+    app.openCL.node.append(platform);
+
+    auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    main->luaglobal = "frame = 0\n";
+    RtnRegister* r = main->createRegister(0);
+    r->functions.setCode(RtnRegister::OnDeposit,
+                         "kernel = OpenCL.compute.advance:getKernel(\"advance\")\n"
+                         "values = event:getBuffer()\n"
+                         "mem.map(values, mem.WRITE)\n"
+                         "for i = 0, mem.dim(values, 0) - 1 do mem.set(values, i, i) end\n"
+                         "mem.unmap(values)\n"
+                         "cl.clSetKernelArg(kernel, 0, values)\n"
+                         "print(\"filled \" .. mem.dim(values, 0) .. \" values\")\n");
+    r->functions.setCode(RtnRegister::OnTime,
+                         "frame = frame + 1\n"
+                         "cl.clEnqueueNDRangeKernel(kernel, 1, {mem.dim(values, 0)})\n"
+                         "if frame % 40 == 0 then\n"
+                         "    mem.map(values, mem.READ)\n"
+                         "    local sum = 0\n"
+                         "    for i = 0, mem.dim(values, 0) - 1 do sum = sum + mem.get(values, i) end\n"
+                         "    mem.unmap(values)\n"
+                         "    print(\"frame \" .. frame .. \": checksum \" .. sum)\n"
+                         "end\n");
+    r->marking.append(buffer);
+    RtnMFRef::s_root = &app;
+    std::string error;
+    bool ok = app.writeFile(folder + "/compute.3Dm", error);
+    RtnMFRef::s_root = nullptr;
+    if (!ok) std::fprintf(stderr, "velmora-samples: %s\n", error.c_str());
+    return ok;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -46,5 +103,7 @@ int main(int argc, char** argv)
         return 1;
     }
     AppGlobal::startModules();
-    return writeHello(folder) ? 0 : 1;
+    const bool hello = writeHello(folder);
+    const bool compute = writeCompute(folder);
+    return hello && compute ? 0 : 1;
 }

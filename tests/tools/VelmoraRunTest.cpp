@@ -136,3 +136,14 @@ TEST_F(VelmoraRun, WithoutAnyOpenCLPlatformTheApplicationStillOpensAndRuns)
     EXPECT_EQ(hello.status, 0) << hello.err;
     EXPECT_NE(hello.out.find("frame 2 at 25 ms"), std::string::npos) << hello.out;
 }
+
+TEST_F(VelmoraRun, ComputeSampleStepsItsBufferOnTheDeviceAndPrintsChecksums)
+{
+    RunResult r = run("--frames 80 --start " + workspace() + " samples/compute.3Dm");
+    ASSERT_EQ(r.status, 0) << r.err;
+    // 1024 values i, each frame v = (3v + 1) mod 1000, summed after 40 and 80 frames.
+    EXPECT_EQ(r.out,
+              "(script): filled 1024 values\n"
+              "(script): frame 40: checksum 509176\n"
+              "(script): frame 80: checksum 509576\n");
+}

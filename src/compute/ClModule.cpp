@@ -10,6 +10,7 @@
 
 #include <lua.hpp>
 
+#include "compute/OclLua.h"
 #include "compute/oclObject.h"
 #include "memory/MemObjects.h"
 #include "runtime/LuaExt.h"
@@ -22,8 +23,7 @@ size_t s_local[kMaxSizes];
 
 oclObject* toObject(lua_State* L, int idx)
 {
-    void* p = velmora_typedpointer(L, idx, LuaTag::kPointer);
-    return oclObject::isLive(p) ? static_cast<oclObject*>(p) : nullptr;
+    return OclLua::to(L, idx);
 }
 
 template <class T>

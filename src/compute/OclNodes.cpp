@@ -3,6 +3,7 @@
 #include <lua.hpp>
 
 #include "compute/OclGlobal.h"
+#include "compute/OclLua.h"
 #include "compute/oclObject.h"
 #include "node/ScnAction.h"
 #include "node/ScnMFFunction.h"
@@ -174,7 +175,7 @@ int OclSourceNode::luaGetKernel(lua_State* L)
         return 1;
     }
     // Not found: the null object, which the cl functions refuse.
-    velmora_pushtypeduserdata(L, getKernel(lua_tostring(L, 1)), LuaTag::kPointer);
+    OclLua::push(L, getKernel(lua_tostring(L, 1)));
     return 1;
 }
 

@@ -39,8 +39,11 @@ oclObject::oclObject(const char* name, void* owner) : owner(owner), m_name(name 
     liveObjects().insert(this);
 }
 
+void (*oclObject::luaReleaseHook)(oclObject*) = nullptr;
+
 oclObject::~oclObject()
 {
+    if (luaRef && luaReleaseHook) luaReleaseHook(this);
     liveObjects().erase(this);
 }
 

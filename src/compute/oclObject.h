@@ -42,6 +42,13 @@ public:
     // before it is followed.
     static bool isLive(const void* object);
 
+    // The object's one script value, kept in the Lua registry while the
+    // object lives (0: none yet). The hook runs at destruction and clears
+    // the value, so that a script holding it sees a dead object even when
+    // a new object takes the same address.
+    int luaRef = 0;
+    static void (*luaReleaseHook)(oclObject* object);
+
     MemProxy* proxy = nullptr;  // typed element access; memory objects only
     void* owner = nullptr;      // the application object this one serves
     int32_t failed = 0;         // set by every error report naming this object

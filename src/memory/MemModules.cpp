@@ -4,6 +4,7 @@
 
 #include <lua.hpp>
 
+#include "compute/OclLua.h"
 #include "memory/MemObjects.h"
 #include "runtime/LuaExt.h"
 
@@ -17,9 +18,7 @@ namespace {
 // The live memory object at `idx`, or null.
 oclMem* toMem(lua_State* L, int idx)
 {
-    void* p = velmora_typedpointer(L, idx, LuaTag::kPointer);
-    if (!oclObject::isLive(p)) return nullptr;
-    return dynamic_cast<oclMem*>(static_cast<oclObject*>(p));
+    return dynamic_cast<oclMem*>(OclLua::to(L, idx));
 }
 
 oclMem* checkMem(lua_State* L, int idx)
@@ -282,8 +281,7 @@ bool addField(StructType* t, const char* name, uint32_t type)
 
 oclBuffer* checkBuffer(lua_State* L, int idx)
 {
-    void* p = velmora_typedpointer(L, idx, LuaTag::kPointer);
-    auto* b = oclObject::isLive(p) ? dynamic_cast<oclBuffer*>(static_cast<oclObject*>(p)) : nullptr;
+    auto* b = dynamic_cast<oclBuffer*>(OclLua::to(L, idx));
     if (!b) luaL_typerror(L, idx, "1D buffer");
     return b;
 }

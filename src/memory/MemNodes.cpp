@@ -6,6 +6,7 @@
 
 #include <lua.hpp>
 
+#include "compute/OclLua.h"
 #include "node/ScnAction.h"
 #include "runtime/LuaExt.h"
 #include "runtime/ScnLua.h"
@@ -36,7 +37,7 @@ uint32_t evaluated(ScnSFScript& f)
 void pushObject(lua_State* L, oclObject* object)
 {
     if (object)
-        velmora_pushtypeduserdata(L, object, LuaTag::kPointer);
+        OclLua::push(L, object);
     else
         lua_pushnil(L);
 }

@@ -82,6 +82,13 @@ void velmora_pushtypeduserdata(lua_State* L, void* pointer, int tag)
     std::memcpy(reinterpret_cast<char*>(h) + kPayloadOffset, &pointer, sizeof pointer);
 }
 
+void velmora_settypedpointer(lua_State* L, int idx, int tag, void* pointer)
+{
+    TypedHeader* h = typedHeader(L, idx, tag);
+    if (!h || !h->bare) return;
+    std::memcpy(reinterpret_cast<char*>(h) + kPayloadOffset, &pointer, sizeof pointer);
+}
+
 bool velmora_isusertype(lua_State* L, int idx, int tag)
 {
     return typedHeader(L, idx, tag) != nullptr;

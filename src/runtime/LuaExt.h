@@ -36,6 +36,10 @@ void* velmora_newuserdatatyped(lua_State* L, size_t size, int tag);
 // Pushes a value standing for `pointer`, carrying `tag`.
 void velmora_pushtypeduserdata(lua_State* L, void* pointer, int tag);
 
+// Replaces the pointer of a block made by velmora_pushtypeduserdata; a
+// script that kept the value then holds `pointer` (null: a dead object).
+void velmora_settypedpointer(lua_State* L, int idx, int tag, void* pointer);
+
 // True when the value at `idx` was made by one of the two above with `tag`.
 bool velmora_isusertype(lua_State* L, int idx, int tag);
 

@@ -4,6 +4,7 @@
 
 #include "compute/ClModule.h"
 #include "compute/OclGlobal.h"
+#include "compute/OclLua.h"
 #include "compute/OclNodes.h"
 #include "memory/MemModules.h"
 #include "memory/MemNodes.h"
@@ -168,6 +169,7 @@ void AppGlobal::startModules()
     started = true;
     // Contexts first, so that a GL context current at this point can be shared.
     OclGlobal::startContexts();
+    OclLua::install();
     startLua();
     geoInit();
     memInit();

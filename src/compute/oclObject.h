@@ -204,6 +204,7 @@ private:
     oclContext* m_context;
     std::vector<Source> m_sources;
     std::vector<oclKernel*> m_kernels;
+    std::string m_ownName;
 };
 
 class oclKernel : public oclObject {

@@ -20,8 +20,10 @@ uint32_t countLines(const char* text)
 // ---------------------------------------------------------------- oclProgram
 
 oclProgram::oclProgram(oclContext* context, const char* name, void* owner)
-    : oclObject(name, owner), m_context(context)
+    : oclObject(name, owner), m_context(context), m_ownName(name ? name : "")
 {
+    // The name is the node's, which a rename may move: keep a copy.
+    m_name = m_ownName.c_str();
 }
 
 oclProgram::~oclProgram()

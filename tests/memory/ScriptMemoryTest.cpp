@@ -445,3 +445,35 @@ TEST_F(ScriptMemory, AFieldNeedsACreateFirstAndUnmapNeedsAMap)
                   "assert(not ok and e:find('1D buffer expected'), e)"),
               "");
 }
+
+TEST_F(ScriptMemory, ImageNodesReportTheirSizesAndResizeTheirObjects)
+{
+    auto* flat = new OclImage2D;
+    flat->dim0 = "8";
+    flat->dim1 = "4";
+    auto* deep = new OclImage3D;
+    deep->dim0 = "2";
+    deep->dim1 = "2";
+    deep->dim2 = "2";
+    open("", {flat, deep});
+    ASSERT_EQ(run("P = OpenCL.clPlatform\n"
+                  "local i2, i3 = P.clImage2D, P.clImage3D\n"
+                  "assert(i2:dim(0) == 8 and i2:dim(1) == 4 and i3:dim(2) == 2)\n"
+                  "local ok, e = pcall(i2.dim, i2, 2)\n"
+                  "assert(not ok and e:find('0 or 1'), e)\n"
+                  "ok, e = pcall(i3.dim, i3, 3)\n"
+                  "assert(not ok and e:find('0, 1 or 2 expected'), e)\n"
+                  "assert(i2:getFrameCount() == 0, 'a plain source has no frames')\n"
+                  "i2:setSize(16, 2)\n"
+                  "local b = i2:getBuffer()\n"
+                  "assert(mem.dim(b, 0) == 16 and mem.dim(b, 1) == 2)\n"
+                  "assert(mem.size(b) == 16 * 2 * 4, 'RGBA bytes')\n"
+                  "ok, e = pcall(i2.setSize, i2, 'wide', 2)\n"
+                  "assert(not ok and e:find('number expected'), e)\n"
+                  "i3:setSize(4, 4, 4)\n"
+                  "result = mem.size(i3:getBuffer())"),
+              "");
+    EXPECT_EQ(result(), 4 * 4 * 4 * 4);
+    EXPECT_EQ(live<OclImage2D>("clImage2D")->dim0.value, "8") << "setSize leaves the expression";
+    EXPECT_EQ(live<OclImage2D>("clImage2D")->object()->dim(0), 16u);
+}

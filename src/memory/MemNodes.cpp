@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <initializer_list>
 
 #include <lua.hpp>
 
@@ -19,12 +18,12 @@ namespace {
 
 // The pointer of an update walk names the field whose edit asked for it
 // (the design node's or the twin's: compared by name). Null: no field.
-bool changedOneOf(const ScnAction& action, std::initializer_list<const char*> names)
+bool changedOneOf(const ScnAction& action, const char* const* names)
 {
     auto* field = static_cast<const ScnField*>(static_cast<const ScnActionUpdate&>(action).pointer);
     if (!field) return false;
-    for (const char* n : names)
-        if (std::strcmp(field->name(), n) == 0) return true;
+    for (; *names; ++names)
+        if (std::strcmp(field->name(), *names) == 0) return true;
     return false;
 }
 
@@ -32,14 +31,6 @@ uint32_t evaluated(ScnSFScript& f)
 {
     const int v = f.evaluate(1);
     return v > 0 ? static_cast<uint32_t>(v) : 0;
-}
-
-void pushObject(lua_State* L, oclObject* object)
-{
-    if (object)
-        OclLua::push(L, object);
-    else
-        lua_pushnil(L);
 }
 
 // A Lua number as an unsigned size, for the setSize methods.
@@ -57,16 +48,67 @@ cl_image_format clFormat(const ScnImageFormat& f)
 
 }  // namespace
 
+// ---------------------------------------------------------------- shared
+
+template <class O>
+void OclMemNode<O>::replace()
+{
+    const cl_map_flags mapped = m_object ? m_object->mapFlags : 0;
+    if (mapped) m_object->unmap(0);
+    delete m_object;
+    m_object = nullptr;
+    build();
+    // What a running script had mapped stays mapped across the edit.
+    if (mapped && m_object) m_object->map(mapped, 0);
+}
+
+template <class O>
+void OclMemNode<O>::onCreate(ScnAction& action)
+{
+    m_context = static_cast<oclContext*>(action.context);
+    delete m_object;
+    m_object = nullptr;
+    build();
+    action.continueWalk(this, ScnAction::Siblings);
+}
+
+template <class O>
+void OclMemNode<O>::onUpdate(ScnAction& action)
+{
+    if (action.context != m_context || changedOneOf(action, rebuildFields())) {
+        m_context = static_cast<oclContext*>(action.context);
+        replace();
+    }
+    action.continueWalk(this, ScnAction::Both);
+}
+
+template <class O>
+void OclMemNode<O>::onDestroy(ScnAction& action)
+{
+    delete m_object;
+    m_object = nullptr;
+    action.continueWalk(this, ScnAction::Siblings);
+}
+
+template <class O>
+int OclMemNode<O>::luaGetBuffer(lua_State* L)
+{
+    if (m_object)
+        OclLua::push(L, m_object);
+    else
+        lua_pushnil(L);
+    return 1;
+}
+
+template class OclMemNode<MemTypeBuffer>;
+template class OclMemNode<MemTypeImage2D>;
+template class OclMemNode<MemTypeImage3D>;
+
 // ---------------------------------------------------------------- buffers
 
 OclBuffer::OclBuffer()
 {
     name = "clBuffer";
-}
-
-OclBuffer::~OclBuffer()
-{
-    delete m_object;
 }
 
 void OclBuffer::build()
@@ -76,34 +118,10 @@ void OclBuffer::build()
     m_object = new MemTypeBuffer(m_context, count, static_cast<uint32_t>(type.value), getName(), cl_mem_flags.value);
 }
 
-void OclBuffer::onCreate(ScnAction& action)
+const char* const* OclBuffer::rebuildFields() const
 {
-    m_context = static_cast<oclContext*>(action.context);
-    delete m_object;
-    m_object = nullptr;
-    build();
-    action.continueWalk(this, ScnAction::Siblings);
-}
-
-void OclBuffer::onUpdate(ScnAction& action)
-{
-    if (action.context != m_context || changedOneOf(action, {"cl_mem_flags", "type", "dim0"})) {
-        m_context = static_cast<oclContext*>(action.context);
-        const cl_map_flags mapped = m_object ? m_object->mapFlags : 0;
-        delete m_object;
-        m_object = nullptr;
-        build();
-        // What a running script had mapped stays mapped across the edit.
-        if (mapped && m_object) m_object->map(mapped, 0);
-    }
-    action.continueWalk(this, ScnAction::Both);
-}
-
-void OclBuffer::onDestroy(ScnAction& action)
-{
-    delete m_object;
-    m_object = nullptr;
-    action.continueWalk(this, ScnAction::Siblings);
+    static const char* const names[] = {"cl_mem_flags", "type", "dim0", nullptr};
+    return names;
 }
 
 void OclBuffer::addLuaMethods(ScnLuaClass<OclBuffer>& c)
@@ -111,12 +129,6 @@ void OclBuffer::addLuaMethods(ScnLuaClass<OclBuffer>& c)
     c.add("getBuffer", &OclBuffer::luaGetBuffer);
     c.add("dim", &OclBuffer::luaDim);
     c.add("setSize", &OclBuffer::luaSetSize);
-}
-
-int OclBuffer::luaGetBuffer(lua_State* L)
-{
-    pushObject(L, m_object);
-    return 1;
 }
 
 int OclBuffer::luaDim(lua_State* L)
@@ -145,11 +157,6 @@ OclImage2D::OclImage2D()
     name = "clImage2D";
 }
 
-OclImage2D::~OclImage2D()
-{
-    delete m_object;
-}
-
 void OclImage2D::build()
 {
     const uint32_t w = evaluated(dim0), h = evaluated(dim1);
@@ -158,34 +165,10 @@ void OclImage2D::build()
     m_object = new MemTypeImage2D(m_context, w, h, cl_mem_flags.value, &f, getName());
 }
 
-void OclImage2D::onCreate(ScnAction& action)
+const char* const* OclImage2D::rebuildFields() const
 {
-    m_context = static_cast<oclContext*>(action.context);
-    delete m_object;
-    m_object = nullptr;
-    build();
-    action.continueWalk(this, ScnAction::Siblings);
-}
-
-void OclImage2D::onUpdate(ScnAction& action)
-{
-    if (action.context != m_context || changedOneOf(action, {"cl_mem_flags", "format", "file", "dim0", "dim1"})) {
-        m_context = static_cast<oclContext*>(action.context);
-        const cl_map_flags mapped = m_object ? m_object->mapFlags : 0;
-        if (mapped) m_object->unmap(0);
-        delete m_object;
-        m_object = nullptr;
-        build();
-        if (mapped && m_object) m_object->map(mapped, 0);
-    }
-    action.continueWalk(this, ScnAction::Both);
-}
-
-void OclImage2D::onDestroy(ScnAction& action)
-{
-    delete m_object;
-    m_object = nullptr;
-    action.continueWalk(this, ScnAction::Siblings);
+    static const char* const names[] = {"cl_mem_flags", "format", "file", "dim0", "dim1", nullptr};
+    return names;
 }
 
 void OclImage2D::addLuaMethods(ScnLuaClass<OclImage2D>& c)
@@ -199,12 +182,6 @@ void OclImage2D::addLuaMethods(ScnLuaClass<OclImage2D>& c)
     c.add("play", &OclImage2D::luaNoResult);
     c.add("stop", &OclImage2D::luaNoResult);
     c.add("isPlaying", &OclImage2D::luaNoResult);
-}
-
-int OclImage2D::luaGetBuffer(lua_State* L)
-{
-    pushObject(L, m_object);
-    return 1;
 }
 
 int OclImage2D::luaDim(lua_State* L)
@@ -251,11 +228,6 @@ OclImage3D::OclImage3D()
     name = "clImage3D";
 }
 
-OclImage3D::~OclImage3D()
-{
-    delete m_object;
-}
-
 void OclImage3D::build()
 {
     const uint32_t w = evaluated(dim0), h = evaluated(dim1), d = evaluated(dim2);
@@ -264,35 +236,10 @@ void OclImage3D::build()
     m_object = new MemTypeImage3D(m_context, w, h, d, cl_mem_flags.value, &f, getName());
 }
 
-void OclImage3D::onCreate(ScnAction& action)
+const char* const* OclImage3D::rebuildFields() const
 {
-    m_context = static_cast<oclContext*>(action.context);
-    delete m_object;
-    m_object = nullptr;
-    build();
-    action.continueWalk(this, ScnAction::Siblings);
-}
-
-void OclImage3D::onUpdate(ScnAction& action)
-{
-    if (action.context != m_context ||
-        changedOneOf(action, {"cl_mem_flags", "format", "file", "dim0", "dim1", "dim2"})) {
-        m_context = static_cast<oclContext*>(action.context);
-        const cl_map_flags mapped = m_object ? m_object->mapFlags : 0;
-        if (mapped) m_object->unmap(0);
-        delete m_object;
-        m_object = nullptr;
-        build();
-        if (mapped && m_object) m_object->map(mapped, 0);
-    }
-    action.continueWalk(this, ScnAction::Both);
-}
-
-void OclImage3D::onDestroy(ScnAction& action)
-{
-    delete m_object;
-    m_object = nullptr;
-    action.continueWalk(this, ScnAction::Siblings);
+    static const char* const names[] = {"cl_mem_flags", "format", "file", "dim0", "dim1", "dim2", nullptr};
+    return names;
 }
 
 void OclImage3D::addLuaMethods(ScnLuaClass<OclImage3D>& c)
@@ -300,12 +247,6 @@ void OclImage3D::addLuaMethods(ScnLuaClass<OclImage3D>& c)
     c.add("getBuffer", &OclImage3D::luaGetBuffer);
     c.add("dim", &OclImage3D::luaDim);
     c.add("setSize", &OclImage3D::luaSetSize);
-}
-
-int OclImage3D::luaGetBuffer(lua_State* L)
-{
-    pushObject(L, m_object);
-    return 1;
 }
 
 int OclImage3D::luaDim(lua_State* L)

@@ -12,40 +12,58 @@ struct lua_State;
 template <class T>
 class ScnLuaClass;
 
-class OclBuffer : public ScnNode {
-    SCN_NODE(OclBuffer, ScnNode)
+// What the three share: the object made on the context that the traversal
+// hands down, rebuilt when the context or one of the fields named by
+// rebuildFields() changes, mapped again when it was mapped.
+template <class O>
+class OclMemNode : public ScnNode {
 public:
-    OclBuffer();
-    ~OclBuffer() override;
-
-    ScnSFBits cl_mem_flags{this, "cl_mem_flags", 17};
-    ScnSFEnum type{this, "type", "cl_mem_type", 0};
-    ScnSFScript dim0{this, "dim0", 256};
-
-    MemTypeBuffer* object() const { return m_object; }
+    OclMemNode() = default;
+    // A copy (a twin) describes the same memory but owns no object yet.
+    OclMemNode(const OclMemNode& other) : ScnNode(other) {}
+    ~OclMemNode() override { delete m_object; }
+    O* object() const { return m_object; }
     oclContext* context() const { return m_context; }
 
     void onCreate(ScnAction& action) override;
     void onUpdate(ScnAction& action) override;
     void onDestroy(ScnAction& action) override;
+    // The object, or nil without one.
+    int luaGetBuffer(lua_State* L);
+
+protected:
+    // Evaluates the size fields and, with a context, makes the object.
+    virtual void build() = 0;
+    // The names of the fields whose edit rebuilds the object, null-ended.
+    virtual const char* const* rebuildFields() const = 0;
+    void replace();
+
+    oclContext* m_context = nullptr;
+    O* m_object = nullptr;
+};
+
+class OclBuffer : public OclMemNode<MemTypeBuffer> {
+    SCN_NODE(OclBuffer, OclMemNode<MemTypeBuffer>)
+public:
+    OclBuffer();
+
+    ScnSFBits cl_mem_flags{this, "cl_mem_flags", 17};
+    ScnSFEnum type{this, "type", "cl_mem_type", 0};
+    ScnSFScript dim0{this, "dim0", 256};
 
     static void addLuaMethods(ScnLuaClass<OclBuffer>& c);
-    int luaGetBuffer(lua_State* L);
     int luaDim(lua_State* L);
     int luaSetSize(lua_State* L);
 
-private:
-    void build();
-
-    oclContext* m_context = nullptr;
-    MemTypeBuffer* m_object = nullptr;
+protected:
+    void build() override;
+    const char* const* rebuildFields() const override;
 };
 
-class OclImage2D : public ScnNode {
-    SCN_NODE(OclImage2D, ScnNode)
+class OclImage2D : public OclMemNode<MemTypeImage2D> {
+    SCN_NODE(OclImage2D, OclMemNode<MemTypeImage2D>)
 public:
     OclImage2D();
-    ~OclImage2D() override;
 
     ScnSFBits cl_mem_flags{this, "cl_mem_flags", 17};
     ScnSFImageFormat format{this, "format", ScnImageFormat{CL_RGBA, CL_UNSIGNED_INT8}};
@@ -55,32 +73,22 @@ public:
     // Kind of file source: 0 none, 1 video, 2 image.
     ScnSF<char> source{this, "source", 0};
 
-    MemTypeImage2D* object() const { return m_object; }
-
-    void onCreate(ScnAction& action) override;
-    void onUpdate(ScnAction& action) override;
-    void onDestroy(ScnAction& action) override;
-
     static void addLuaMethods(ScnLuaClass<OclImage2D>& c);
-    int luaGetBuffer(lua_State* L);
     int luaDim(lua_State* L);
     int luaSetSize(lua_State* L);
     int luaGetFrameCount(lua_State* L);
     int luaSetFrame(lua_State* L);
     int luaNoResult(lua_State* L);
 
-private:
-    void build();
-
-    oclContext* m_context = nullptr;
-    MemTypeImage2D* m_object = nullptr;
+protected:
+    void build() override;
+    const char* const* rebuildFields() const override;
 };
 
-class OclImage3D : public ScnNode {
-    SCN_NODE(OclImage3D, ScnNode)
+class OclImage3D : public OclMemNode<MemTypeImage3D> {
+    SCN_NODE(OclImage3D, OclMemNode<MemTypeImage3D>)
 public:
     OclImage3D();
-    ~OclImage3D() override;
 
     ScnSFBits cl_mem_flags{this, "cl_mem_flags", 18};
     ScnSFImageFormat format{this, "format", ScnImageFormat{CL_RGBA, CL_UNORM_INT8}};
@@ -91,20 +99,11 @@ public:
     // Kind of file source: 0, 1, 2 none, 3 volume.
     ScnSF<char> source{this, "source", 0};
 
-    MemTypeImage3D* object() const { return m_object; }
-
-    void onCreate(ScnAction& action) override;
-    void onUpdate(ScnAction& action) override;
-    void onDestroy(ScnAction& action) override;
-
     static void addLuaMethods(ScnLuaClass<OclImage3D>& c);
-    int luaGetBuffer(lua_State* L);
     int luaDim(lua_State* L);
     int luaSetSize(lua_State* L);
 
-private:
-    void build();
-
-    oclContext* m_context = nullptr;
-    MemTypeImage3D* m_object = nullptr;
+protected:
+    void build() override;
+    const char* const* rebuildFields() const override;
 };

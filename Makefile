@@ -28,6 +28,7 @@ bench: build
 	@$(BUILD)/bin/lua_bench
 	@$(BUILD)/bin/engine_bench
 	@$(BUILD)/bin/cl_bench
+	@$(BUILD)/bin/frame_bench
 
 clean:
 	@rm -rf $(BUILD)

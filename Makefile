@@ -29,6 +29,7 @@ bench: build
 	@$(BUILD)/bin/engine_bench
 	@$(BUILD)/bin/cl_bench
 	@$(BUILD)/bin/mem_bench
+	@$(BUILD)/bin/frame_bench
 
 clean:
 	@rm -rf $(BUILD)

@@ -107,6 +107,12 @@ void ScnAction::walk(ScnNode* node, int mask)
     if (mask & Siblings) ScnAction::continueWalk(node, mask);
 }
 
+void ScnAction::walkOn(ScnNode* node)
+{
+    ScnNode* parent = node->parent();
+    if (node->next() && !(parent && parent->pathLink)) visitChain(node->next());
+}
+
 ScnNode* ScnAction::buildPath(ScnNode* node, ScnNode* stop)
 {
     if (!node) return nullptr;

@@ -34,6 +34,9 @@ public:
     // Goes on after a node that may have children: bit 1 its first child (or
     // the child its path link names), bit 2 its next sibling.
     virtual void walk(ScnNode* node, int mask);
+    // Walks the siblings after `node` at once, before returning, for hooks
+    // that set state for the nodes that follow them and restore it after.
+    void walkOn(ScnNode* node);
     // Sets the path links from `node` up through its parents until the parent
     // is `stop` or there is none; returns the top of the chain, for apply.
     virtual ScnNode* buildPath(ScnNode* node, ScnNode* stop);

@@ -5,6 +5,9 @@
 #include "node/ScnNode.h"
 #include "render/ScnDeferredLight.h"
 
+class ScnRenderScene;
+class ScnFramebuffer;
+
 class ScnCamera : public ScnGroup {
     SCN_NODE(ScnCamera, ScnGroup)
 public:
@@ -19,6 +22,16 @@ public:
     // Run-time members.
     ScnMatrix16 worldMatrix;  // camera to world
     bool active = false;
+
+    // An active camera enters the render queue in the camera event pass.
+    void onEvent(ScnAction& action) override;
+    // Renders this camera's framebuffers, each with its root or `scene`; a
+    // camera none of whose framebuffers has a target draws `scene` straight
+    // into the view.
+    virtual void render(ScnRenderScene& target, ScnNode* scene);
+    // The framebuffer the display step shows, or null.
+    ScnFramebuffer* displayFramebuffer();
+    int displayAttachment = 0;
 };
 
 class ScnCameraExamine : public ScnCamera {
@@ -29,6 +42,9 @@ public:
     ScnSF<float> speed{this, "speed", 1.0f};
     ScnSFMatrix matrix{this, "matrix", ScnMatrix16::translation(0, 0, 12)};
     ScnSFNode<ScnDeferredPointLight> light{this, "light"};
+
+    // Until navigated, the view starts from the stored matrix.
+    void onEvent(ScnAction& action) override;
 
     // The camera branch publishes itself as a script global under its name.
     void onCreate(ScnAction& action) override;

@@ -27,4 +27,17 @@ public:
     ScnNode* getChild(int index) override;
     int indexOfChild(const ScnNode* node) override;
     int childCount() const override { return static_cast<int>(shaders.count()); }
+
+    // Run-time target: the GL framebuffer and its colour textures, made by
+    // the framebuffer's own create step; 0 while it has none.
+    unsigned fbo = 0;
+    unsigned textures[4] = {0, 0, 0, 0};
+    int textureCount = 0;
+    ScnNode* camera = nullptr;  // the camera rendering it this frame
+    ScnNode* root = nullptr;    // what it draws instead of the scene (setRoot)
+
+    // Binds the target and clears it; false, with nothing bound, when the
+    // framebuffer has no target.
+    virtual bool beginRender();
+    virtual void endRender();
 };

@@ -13,6 +13,11 @@ public:
     // A world publishes itself as a script global under its name.
     void onCreate(ScnAction& action) override;
     void onDestroy(ScnAction& action) override;
+    // Step from the running value; the accumulated box becomes the scene box.
+    void onEvent(ScnAction& action) override;
+    // Axes while not running; the world is current for its children.
+    void onRender(ScnAction& action) override;
+    void onUpdate(ScnAction& action) override;
 
     double step = 0;                  // seconds per frame while running
     ScnWorld* outerWorld = nullptr;   // the world current when the last update reached this one

@@ -6,6 +6,8 @@
 
 #include "node/ScnAction.h"
 #include "node/ScnMFFunction.h"
+#include "platform/GlContext.h"
+#include "render/ScnScene.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
 #include "runtime/Clock.h"
@@ -285,6 +287,7 @@ void CmdApplication::walkBranches(ScnAction& action, const Branch* order)
 
 void CmdApplication::create(ScnNode* start)
 {
+    GlScope gl;  // shaders and buffers are made and freed with the context current
     ScnActionCreate a;
     if (start)
         a.apply(a.buildPath(start, this));
@@ -294,6 +297,7 @@ void CmdApplication::create(ScnNode* start)
 
 void CmdApplication::update(ScnNode* start, ScnField* changed)
 {
+    GlScope gl;  // shaders and buffers are made and freed with the context current
     ScnActionUpdate a(false, changed);
     if (start)
         a.apply(a.buildPath(start, this));
@@ -303,6 +307,7 @@ void CmdApplication::update(ScnNode* start, ScnField* changed)
 
 void CmdApplication::destroy(ScnNode* start)
 {
+    GlScope gl;  // shaders and buffers are made and freed with the context current
     ScnActionDestroy a;
     if (start)
         a.apply(a.buildPath(start, this));
@@ -327,12 +332,7 @@ void CmdApplication::destroyTree()
     destroy(nullptr);
 }
 
-void CmdApplication::frameStep()
+ScnNode* CmdApplication::frameStep(int width, int height, bool showGui)
 {
-    if (lua_State* L = AppGlobal::luaState()) lua_gc(L, LUA_GCCOLLECT, 0);
-    static const Branch kEventOrder[] = {World, Camera, Scripts, OpenCL};
-    for (Branch b : kEventOrder) {
-        ScnActionEvent e;
-        if (m_branches[b]) e.apply(m_branches[b]);
-    }
+    return ScnFrame::step(*this, width, height, showGui);
 }

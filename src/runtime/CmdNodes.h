@@ -127,9 +127,9 @@ public:
     // taking the tree down.
     void destroyTree();
 
-    // Lua collection, then the event walks of world, camera, scripts (each
-    // register's OnTime) and OpenCL.
-    void frameStep();
+    // One frame in a view of width by height pixels (the render side's frame
+    // step: events, render, scripts, display); returns the node a click chose.
+    ScnNode* frameStep(int width, int height, bool showGui);
 
     RtnApplication* design;
 

@@ -8,11 +8,14 @@
 #include "compute/OclNodes.h"
 #include "memory/MemModules.h"
 #include "memory/MemNodes.h"
+#include "compute/oclObject.h"
 #include "memory/MemTypes.h"
 #include "node/ScnNode.h"
+#include "platform/GlContext.h"
 #include "render/ScnCamera.h"
 #include "render/ScnDeferredLight.h"
 #include "render/ScnFramebuffer.h"
+#include "render/ScnScene.h"
 #include "render/ScnShader.h"
 #include "render/ScnWorld.h"
 #include "runtime/AppGlobal.h"
@@ -84,6 +87,7 @@ void scnInit()
     ScnEnum::registerTable("gl_primitive", kPrimitiveNames, 7);
     ScnEnum::registerTable("gl_vertexattrib_type", kVertexAttribTypes, 7);
     ScnEnum::registerTable("gl_buffer_type", MemTypes::kNames, MemTypes::kCount);
+    ScnGlobal::initRender();
     {
         GcPause gc;
         reg<ScnNode>(nullptr, "ScnNode", 2);
@@ -167,7 +171,19 @@ void AppGlobal::startModules()
     static bool started = false;
     if (started) return;
     started = true;
-    // Contexts first, so that a GL context current at this point can be shared.
+    // The whole chain runs with the GL context current, when there is one.
+    GlScope gl;
+    ScnGlobal::checkContext();
+    // OpenCL contexts after the GL context, so that they can share with it.
+    oclGLSharingProperties = [] {
+        GlContext* c = GlContext::active();
+        std::vector<cl_context_properties> none;
+        if (!c || !c->isCurrent()) return none;
+        GlContext::Sharing s = c->sharing();
+        if (s.api == GlContext::Api::Egl) return oclEGLSharing(s.context, s.display);
+        if (s.api == GlContext::Api::Glx) return oclGLXSharing(s.context, s.display);
+        return none;
+    };
     OclGlobal::startContexts();
     OclLua::install();
     startLua();

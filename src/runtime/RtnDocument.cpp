@@ -6,7 +6,10 @@
 
 #include <lua.hpp>
 
+#include "platform/GlContext.h"
 #include "platform/Paths.h"
+#include "render/ScnCamera.h"
+#include "render/ScnScene.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
 #include "runtime/CmdNodes.h"
@@ -77,6 +80,7 @@ void RtnDocument::load(std::unique_ptr<RtnApplication> app, const std::string& f
                 for (int i = 0; i < reg->marking.count(); ++i)
                     if (ScnNode* n = reg->marking.path(i).resolve()) ++n->markingCount;
     });
+    ScnScene::clearColourToBlack();
     runGlobalScript();
     buildRuntime();
     RtnSelection& sel = RtnSelection::instance();
@@ -91,17 +95,15 @@ void RtnDocument::load(std::unique_ptr<RtnApplication> app, const std::string& f
 void RtnDocument::buildRuntime()
 {
     m_runtime = new CmdApplication(m_app.get());
-    if (auto* cam = dynamic_cast<ScnCamera*>(m_runtime->branch(CmdApplication::Camera))) {
-        cam->active = true;
-        if (lua_State* L = AppGlobal::luaState()) ScnLua::setGlobalNode(L, "activeCamera", cam);
-    }
+    // The running camera becomes the main camera: active, queued by its event
+    // pass, and the script global activeCamera.
+    ScnScene::setMainCamera(dynamic_cast<ScnCamera*>(m_runtime->branch(CmdApplication::Camera)));
 }
 
 void RtnDocument::destroyRuntime()
 {
     if (!m_runtime) return;
-    if (auto* cam = dynamic_cast<ScnCamera*>(m_runtime->branch(CmdApplication::Camera))) cam->active = false;
-    if (lua_State* L = AppGlobal::luaState()) ScnLua::clearGlobalNode(L, "activeCamera");
+    ScnScene::setMainCamera(nullptr);
     m_runtime->destroyTree();
     m_app->linkTwin(nullptr);
     delete m_runtime;
@@ -207,6 +209,7 @@ void RtnDocument::reset()
     }
     if (lua_State* L = AppGlobal::luaState()) lua_gc(L, LUA_GCCOLLECT, 0);
     m_ticker.restart();
+    ScnScene::clearColourToBlack();
     runGlobalScript();
     buildRuntime();
     depositTokens(true);
@@ -235,7 +238,17 @@ uint32_t RtnDocument::tick()
     return m_ticker.tick();
 }
 
+void RtnDocument::setView(int width, int height, bool showGui)
+{
+    m_viewWidth = width;
+    m_viewHeight = height;
+    m_showGui = showGui;
+}
+
 void RtnDocument::frame()
 {
-    if (m_runtime) m_runtime->frameStep();
+    m_chosen = nullptr;
+    if (!m_runtime) return;
+    m_chosen = m_runtime->frameStep(m_viewWidth, m_viewHeight, m_showGui);
+    if (GlContext* gl = GlContext::active()) gl->swapBuffers();
 }

@@ -10,6 +10,7 @@
 
 class RtnApplication;
 class CmdApplication;
+class ScnNode;
 
 class RtnDocument {
 public:
@@ -40,6 +41,12 @@ public:
     uint32_t tick();
     uint32_t lastTickTime() const { return m_ticker.lastTick; }
 
+    // The view the frames draw into: its size in pixels and whether the
+    // widget tree is shown.
+    void setView(int width, int height, bool showGui);
+    // The node the last frame's click chose, or null.
+    ScnNode* chosenNode() const { return m_chosen; }
+
     // The global text of the application, run in the global environment.
     bool runGlobalScript();
 
@@ -59,4 +66,7 @@ private:
     std::unique_ptr<RtnApplication> m_app;
     CmdApplication* m_runtime = nullptr;
     State m_state = State::Edit;
+    int m_viewWidth = 1024, m_viewHeight = 768;
+    bool m_showGui = true;
+    ScnNode* m_chosen = nullptr;
 };

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/GlContext.h"
 #include "platform/Paths.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
@@ -22,7 +24,9 @@ namespace {
 
 int usage()
 {
-    std::fprintf(stderr, "usage: velmora-run [--frames N] [--start] [--save OUT] [--realtime] WORKSPACE [APP]\n");
+    std::fprintf(stderr,
+                 "usage: velmora-run [--frames N] [--start] [--save OUT] [--realtime] [--size WxH] [--png OUT.png] "
+                 "WORKSPACE [APP]\n");
     return 2;
 }
 
@@ -45,6 +49,20 @@ bool isFile(const std::string& p)
     return stat(p.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
+// "WxH" with both sides from 1 to 16384.
+bool parseSize(const char* text, int& width, int& height)
+{
+    char* end = nullptr;
+    long w = std::strtol(text, &end, 10);
+    if (!end || (*end != 'x' && *end != 'X')) return false;
+    char* end2 = nullptr;
+    long h = std::strtol(end + 1, &end2, 10);
+    if (!end2 || *end2 || w < 1 || h < 1 || w > 16384 || h > 16384) return false;
+    width = static_cast<int>(w);
+    height = static_cast<int>(h);
+    return true;
+}
+
 // One line per message, merged across channels in order of arrival.
 void drain()
 {
@@ -63,7 +81,8 @@ int main(int argc, char** argv)
 {
     long frames = 1;
     bool start = false, realtime = false;
-    std::string save, workspace, app;
+    std::string save, workspace, app, png;
+    int width = 1024, height = 768;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         if (a == "--frames" && i + 1 < argc) {
@@ -76,6 +95,10 @@ int main(int argc, char** argv)
             realtime = true;
         } else if (a == "--save" && i + 1 < argc) {
             save = argv[++i];
+        } else if (a == "--size" && i + 1 < argc) {
+            if (!parseSize(argv[++i], width, height)) return usage();
+        } else if (a == "--png" && i + 1 < argc) {
+            png = absolute(argv[++i]);
         } else if (!a.empty() && a[0] == '-') {
             return usage();
         } else if (workspace.empty()) {
@@ -101,6 +124,15 @@ int main(int argc, char** argv)
         return 2;
     }
 
+    // The context comes first, so that OpenCL discovery can share with it.
+    // Without one the application still runs, drawing nothing.
+    std::string glError;
+    std::unique_ptr<EglContext> gl = EglContext::create(width, height, glError);
+    if (gl)
+        GlContext::setActive(gl.get());
+    else
+        std::printf("velmora-run: no OpenGL context, frames are not drawn: %s\n", glError.c_str());
+
     AppGlobal::startModules();
     drain();
 
@@ -115,6 +147,7 @@ int main(int argc, char** argv)
         return 2;
     }
     drain();
+    doc.setView(width, height, true);
     if (start) doc.toggleSimulation();
 
     for (long f = 0; f < frames; ++f) {
@@ -129,11 +162,20 @@ int main(int argc, char** argv)
     }
 
     int rc = 0;
+    if (!png.empty()) {
+        std::vector<uint8_t> pixels = gl ? gl->readFrame() : std::vector<uint8_t>();
+        if (pixels.empty() || !writePng(png, width, height, pixels)) {
+            std::fprintf(stderr, "velmora-run: cannot write %s%s\n", png.c_str(),
+                         gl ? "" : ": nothing was drawn (no OpenGL context)");
+            rc = 1;
+        }
+    }
     if (!save.empty()) {
         if (!doc.saveAs(Paths::toNativePath(save))) rc = 1;
         drain();
     }
     doc.close();
     drain();
+    GlContext::setActive(nullptr);
     return rc;
 }

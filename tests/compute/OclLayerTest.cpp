@@ -64,6 +64,7 @@ protected:
         m_saved[1] = oclWarningHandler;
         m_saved[2] = oclInfoHandler;
         m_saved[3] = oclBuildLogHandler;
+        m_savedSharing = oclGLSharingProperties;
         oclErrorHandler = captureError;
         oclWarningHandler = captureWarning;
         oclInfoHandler = captureInfo;
@@ -76,9 +77,10 @@ protected:
         oclWarningHandler = m_saved[1];
         oclInfoHandler = m_saved[2];
         oclBuildLogHandler = m_saved[3];
-        oclGLSharingProperties = nullptr;
+        oclGLSharingProperties = m_savedSharing;
     }
     oclHandler m_saved[4] = {};
+    oclGLSharingHook m_savedSharing;
 
     static std::vector<std::string> texts(const std::string& kind)
     {

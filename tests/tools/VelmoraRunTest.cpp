@@ -8,7 +8,13 @@
 
 #include <sys/wait.h>
 
+#define STB_IMAGE_IMPLEMENTATION
+#include <stb/stb_image.h>
+
+#include <memory>
+
 #include "compute/OclNodes.h"
+#include "render/ScnShader.h"
 #include "runtime/RtnApplication.h"
 #include "support/TempDir.h"
 
@@ -146,4 +152,59 @@ TEST_F(VelmoraRun, ComputeSampleStepsItsBufferOnTheDeviceAndPrintsChecksums)
               "(script): filled 1024 values\n"
               "(script): frame 40: checksum 509176\n"
               "(script): frame 80: checksum 509576\n");
+}
+
+// With no display at all the runner draws through Mesa's surfaceless EGL and
+// writes the last frame at the size asked for: the world's axes on black.
+TEST_F(VelmoraRun, PngOfTheRequestedSizeWithNoDisplay)
+{
+    std::string png = m_tmp / "frame.png";
+    RunResult r = run("--frames 2 --size 160x90 --png " + png + " " + workspace() + " samples/hello.3Dm",
+                      "env -u DISPLAY -u WAYLAND_DISPLAY");
+    ASSERT_EQ(r.status, 0) << r.err;
+    int w = 0, h = 0, comp = 0;
+    unsigned char* pixels = stbi_load(png.c_str(), &w, &h, &comp, 4);
+    ASSERT_NE(pixels, nullptr) << "no readable PNG";
+    EXPECT_EQ(w, 160);
+    EXPECT_EQ(h, 90);
+    int lit = 0;
+    for (int i = 0; i < w * h; ++i) lit += pixels[i * 4] || pixels[i * 4 + 1] || pixels[i * 4 + 2];
+    EXPECT_GT(lit, 0) << "the axes are drawn while the simulation is not running";
+    EXPECT_LT(lit, w * h / 4);
+    stbi_image_free(pixels);
+
+    EXPECT_EQ(run("--size 0x90 " + workspace()).status, 2);
+    EXPECT_EQ(run("--size wide " + workspace()).status, 2);
+}
+
+// Shader diagnostics print like the others, with the line of the stage's text.
+TEST_F(VelmoraRun, ShaderDiagnosticsEndWithTheirLine)
+{
+    RtnApplication app;
+    std::unique_ptr<ScnNode> made(ScnShader::factory());
+    auto* s = static_cast<ScnShader*>(made.release());
+    s->name = "tint";
+    s->fragment = "#version 330\nout vec4 outColor;\nvoid main()\n{\n    outColor = colour;\n}\n";
+    app.openGL.node.append(s);
+    std::string error;
+    ASSERT_TRUE(app.writeFile(m_tmp / "tint.3Dm", error)) << error;
+    RunResult r = run("--frames 1 " + workspace() + " " + (m_tmp / "tint.3Dm"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("(tint): Compile Error\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("(tint): 0:5("), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("(line 5)\n"), std::string::npos) << r.out;
+}
+
+// Without any EGL driver the run still completes; only the picture is missing.
+TEST_F(VelmoraRun, WithoutAnyEglDisplayTheRunGoesOnUndrawn)
+{
+    std::string png = m_tmp / "none.png";
+    RunResult r = run("--frames 2 --start " + workspace() + " samples/hello.3Dm",
+                      "env __EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent.json");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.rfind("velmora-run: no OpenGL context, frames are not drawn", 0), 0u) << r.out;
+    EXPECT_NE(r.out.find("(script): frame 2 at 25 ms, token OpenGL\n"), std::string::npos) << r.out;
+    RunResult p = run("--png " + png + " " + workspace(), "env __EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent.json");
+    EXPECT_EQ(p.status, 1);
+    EXPECT_NE(p.err.find("nothing was drawn"), std::string::npos) << p.err;
 }

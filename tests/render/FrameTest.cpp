@@ -1,0 +1,335 @@
+// The frame step and the render walk with Mesa: what scripts see, which
+// shader reaches which node, the display step through a framebuffer, the
+// render queue, the world's event pass, the gl module, and a walk that
+// allocates nothing.
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <new>
+
+#include <lua.hpp>
+
+#include "render/ScnCamera.h"
+#include "render/ScnFramebuffer.h"
+#include "render/ScnWorld.h"
+#include "runtime/AppGlobal.h"
+#include "runtime/Clock.h"
+#include "runtime/CmdNodes.h"
+#include "runtime/RtnApplication.h"
+#include "support/DocumentFixture.h"
+#include "support/TempDir.h"
+#include "RenderSupport.h"
+
+namespace {
+long g_allocations = 0;
+}
+
+// Counting every allocation of the program: new and delete both go to malloc.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
+void* operator new(std::size_t n)
+{
+    ++g_allocations;
+    if (void* p = std::malloc(n ? n : 1)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+// "r,g,b" of the centre of what has been drawn so far.
+int luaCentre(lua_State* L)
+{
+    Pixel p = centrePixel();
+    lua_pushfstring(L, "%d,%d,%d", p[0], p[1], p[2]);
+    return 1;
+}
+
+void registerQuadClass()
+{
+    static bool done = false;
+    if (done) return;
+    done = true;
+    ScnNodeRegistry::registerClass(TestQuad::s_type, &ScnNode::s_type, "TestQuad", &TestQuad::factory, 2);
+}
+
+class Frame : public DocumentFixture {
+protected:
+    void SetUp() override
+    {
+        DocumentFixture::SetUp();
+        ASSERT_NE(GlContext::active(), nullptr) << "no headless OpenGL context (Mesa's EGL is needed)";
+        registerQuadClass();
+        lua_register(AppGlobal::luaState(), "centre", luaCentre);
+        GlContext* c = GlContext::active();
+        m_doc.setView(c->width(), c->height(), true);
+    }
+    void TearDown() override
+    {
+        TestQuad::s_log = false;
+        DocumentFixture::TearDown();
+    }
+    // World: green shader, red shader, quad; the processor's OnTime prints
+    // `onTime`'s result.
+    void openScene(const char* onTime)
+    {
+        RtnApplication app;
+        app.openGL.node.append(colourShader("green", 0, 1, 0));
+        app.openGL.node.append(colourShader("red", 1, 0, 0));
+        app.openGL.node.append(new TestQuad());
+        auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+        p->createRegister(0)->functions.setCode(0, onTime);
+        std::string error;
+        RtnMFRef::s_root = &app;
+        ASSERT_TRUE(app.writeFile(m_ws / "scene.3Dm", error)) << error;
+        RtnMFRef::s_root = nullptr;
+        ASSERT_TRUE(m_doc.open("scene.3Dm", error)) << error;
+        drain();
+    }
+    void tick()
+    {
+        m_doc.tick();
+        m_clock.advance(25);
+    }
+};
+
+}  // namespace
+
+TEST_F(Frame, ScriptsSeeTheFrameDrawnBeforeTheirOnTime)
+{
+    openScene("print('saw ' .. centre()); OpenGL.red:setEnabled(false)");
+    m_doc.toggleSimulation();
+    TestQuad::s_log = true;
+    tick();
+    // Drawn with the red shader; the script then hides it for the next frame.
+    EXPECT_EQ(drain(), (Lines{"(quad): render", "(script): saw 255,0,0"}));
+    tick();
+    EXPECT_EQ(drain(), (Lines{"(quad): render", "(script): saw 0,255,0"}))
+        << "a hidden shader leaves its siblings to the shader above it";
+}
+
+TEST_F(Frame, EditModeDrawsTheAxesAndRunningDoesNot)
+{
+    RtnApplication app;  // an empty world: only the marks can show
+    std::string error;
+    RtnMFRef::s_root = &app;
+    ASSERT_TRUE(app.writeFile(m_ws / "empty.3Dm", error)) << error;
+    RtnMFRef::s_root = nullptr;
+    ASSERT_TRUE(m_doc.open("empty.3Dm", error)) << error;
+    auto lit = [] {
+        GlContext* c = GlContext::active();
+        c->swapBuffers();
+        std::vector<uint8_t> f = c->readFrame();
+        int n = 0;
+        for (size_t i = 0; i < f.size(); i += 4) n += f[i] || f[i + 1] || f[i + 2];
+        return n;
+    };
+    tick();
+    EXPECT_GT(lit(), 0) << "axes while not running";
+    m_doc.toggleSimulation();
+    tick();
+    EXPECT_EQ(lit(), 0) << "no marks while running";
+}
+
+TEST_F(Frame, DisplayStepShowsTheCamerasFramebuffer)
+{
+    openScene("");
+    GlScope gl;
+    ASSERT_TRUE(gl.ok());
+    auto* camera = dynamic_cast<ScnCamera*>(m_doc.runtime()->branch(CmdApplication::Camera));
+    ASSERT_NE(camera, nullptr);
+    ScnFramebuffer* fb = camera->displayFramebuffer();
+    ASSERT_NE(fb, nullptr);
+    // A target of our own stands in for the framebuffer's create step.
+    GLuint tex = 0, fbo = 0;
+    glGenTextures(1, &tex);
+    glBindTexture(GL_TEXTURE_2D, tex);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, 64, 64, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    glGenFramebuffers(1, &fbo);
+    glBindFramebuffer(GL_FRAMEBUFFER, fbo);
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, tex, 0);
+    ASSERT_EQ(glCheckFramebufferStatus(GL_FRAMEBUFFER), static_cast<GLenum>(GL_FRAMEBUFFER_COMPLETE));
+    GlPlatform::bindScreen();
+    fb->fbo = fbo;
+    fb->textures[0] = tex;
+    fb->textureCount = 1;
+    fb->width = 64;
+    fb->height = 64;
+    camera->displayAttachment = 0;
+
+    tick();
+    EXPECT_EQ(centrePixel(), (Pixel{255, 0, 0, 255})) << "the scene reached the view through the framebuffer";
+    EXPECT_TRUE(drain().empty());
+
+    camera->displayAttachment = 2;
+    tick();
+    EXPECT_EQ(drain(), (Lines{"(ScnWorld): Invalid Framebuffer attachment 2"}));
+
+    fb->fbo = 0;
+    fb->textureCount = 0;
+    glDeleteFramebuffers(1, &fbo);
+    glDeleteTextures(1, &tex);
+}
+
+class Render : public GlTest {};
+
+TEST_F(Render, ShaderReachesOnlyTheSiblingsThatFollowIt)
+{
+    ScnWorld world;
+    world.append(colourShader("green", 0, 1, 0));
+    auto* inner = new ScnGroup();
+    inner->append(colourShader("red", 1, 0, 0));
+    world.append(inner);
+    world.append(new TestQuad());
+    {
+        ScnActionCreate create;
+        create.apply(&world);
+    }
+    uint8_t running = Engine::running;
+    Engine::running = 25;  // no axes
+    GlPlatform::bindScreen();
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    {
+        ScnActionRender render(nullptr, 256, 192);
+        render.apply(&world);
+    }
+    EXPECT_EQ(centrePixel(), (Pixel{0, 255, 0, 255}));
+    EXPECT_EQ(ScnScene::currentShader, nullptr) << "the walk leaves no shader current";
+    GLint program = -1;
+    glGetIntegerv(GL_CURRENT_PROGRAM, &program);
+    EXPECT_EQ(program, 0);
+    Engine::running = running;
+    ScnActionDestroy destroy;
+    destroy.apply(&world);
+}
+
+TEST_F(Render, WalkAllocatesNothingPerFrame)
+{
+    ScnWorld world;
+    for (int i = 0; i < 20; ++i) {
+        auto* g = new ScnGroup();
+        g->append(colourShader("s", 0, 0, 1));
+        for (int j = 0; j < 20; ++j) g->append(new ScnGroup());
+        g->append(new TestQuad());
+        world.append(g);
+    }
+    {
+        ScnActionCreate create;
+        create.apply(&world);
+    }
+    ScnCamera camera;
+    camera.worldMatrix = ScnMatrix16::translation(0, 0, 12);
+    auto frame = [&] {
+        ScnActionEvent event(&camera);
+        event.apply(&world);
+        ScnRenderScene scene(&camera, 256, 192);
+        GlPlatform::bindScreen();
+        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+        scene.action.apply(&world);  // axes included: not running
+    };
+    frame();  // first frame: static buffers are made
+    long before = g_allocations;
+    for (int i = 0; i < 5; ++i) frame();
+    EXPECT_EQ(g_allocations - before, 0);
+    EXPECT_EQ(centrePixel(), (Pixel{0, 0, 255, 255}));
+    ScnActionDestroy destroy;
+    destroy.apply(&world);
+}
+
+TEST_F(Render, ScreenQuadShowsATextureOverTheWholeView)
+{
+    ASSERT_NE(ScnScene::displayShader().program, 0u) << "the display shader is built at registration";
+    GLuint tex = 0;
+    const uint8_t blue[4] = {0, 0, 255, 255};
+    glGenTextures(1, &tex);
+    glActiveTexture(GL_TEXTURE0);
+    glBindTexture(GL_TEXTURE_2D, tex);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, blue);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    GlPlatform::bindScreen();
+    glDisable(GL_DEPTH_TEST);
+    glViewport(0, 0, 256, 192);
+    glClear(GL_COLOR_BUFFER_BIT);
+    ScnScene::drawScreenQuad(ScnScene::displayShader());
+    glEnable(GL_DEPTH_TEST);
+    EXPECT_EQ(pixelAt(1, 1), (Pixel{0, 0, 255, 255}));
+    EXPECT_EQ(pixelAt(254, 190), (Pixel{0, 0, 255, 255}));
+    glDeleteTextures(1, &tex);
+}
+
+TEST_F(Render, WorldEventSetsStepAndSceneBox)
+{
+    ScnWorld world;
+    world.append(new TestQuad());
+    uint8_t running = Engine::running;
+    Engine::running = 25;
+    ScnActionEvent event;
+    event.apply(&world);
+    EXPECT_DOUBLE_EQ(world.step, 0.025);
+    EXPECT_DOUBLE_EQ(ScnScene::sceneBox[0], -1);
+    EXPECT_DOUBLE_EQ(ScnScene::sceneBox[5], 1);
+    EXPECT_DOUBLE_EQ(ScnScene::sceneBox[6], std::sqrt(12.0));
+    Engine::running = 0;
+    ScnActionEvent still;
+    still.apply(&world);
+    EXPECT_DOUBLE_EQ(world.step, 0);
+    Engine::running = running;
+}
+
+TEST(RenderQueue, DrainsInOrderGrowsAndDropsTheOldMainCamera)
+{
+    ScnCamera a, b, c;
+    for (int i = 0; i < 3; ++i) {
+        ScnScene::enqueueCamera(&a);
+        ScnScene::enqueueCamera(&b);
+    }
+    ScnScene::enqueueCamera(&c);
+    EXPECT_EQ(ScnScene::queuedCameras(), 7);
+    ScnScene::setMainCamera(&a);
+    EXPECT_TRUE(a.active);
+    ScnScene::setMainCamera(&b);  // a leaves the queue and is no longer active
+    EXPECT_FALSE(a.active);
+    std::vector<ScnCamera*> order;
+    while (ScnCamera* q = ScnScene::dequeueCamera()) order.push_back(q);
+    EXPECT_EQ(order, (std::vector<ScnCamera*>{&b, &b, &b, &c}));
+    EXPECT_EQ(ScnScene::dequeueCamera(), nullptr);
+    ScnScene::setMainCamera(nullptr);
+    EXPECT_FALSE(b.active);
+    EXPECT_EQ(ScnScene::mainCamera(), nullptr);
+}
+
+TEST_F(Render, GlModuleDrivesTheContextFromScripts)
+{
+    TempDir ws("velmora-gl-module");
+    std::filesystem::create_directories(ws / "bindings/plugins");
+    std::filesystem::copy_file(VELMORA_GL_PLUGIN, ws / "bindings/plugins/gl.so");
+    lua_State* L = AppGlobal::newLuaState(ws.path());
+    ASSERT_NE(L, nullptr);
+    GlPlatform::bindScreen();
+    glDisable(GL_BLEND);
+    const char* script =
+        "gl.glViewport(0, 0, 256, 192)\n"
+        "gl.glClearColor(1, 0, 1, 1)\n"
+        "gl.glClear(gl.GL_COLOR_BUFFER_BIT + gl.GL_DEPTH_BUFFER_BIT)\n"
+        "gl.glEnable(gl.GL_BLEND)\n"
+        "gl.glBlendFunc(gl.GL_SRC_ALPHA, gl.GL_ONE_MINUS_SRC_ALPHA)\n"
+        "gl.glDepthFunc(gl.GL_LEQUAL)\n"
+        "return gl.glIsEnabled(gl.GL_BLEND), gl.GL_BLEND, gl.glGetError()";
+    ASSERT_EQ(luaL_loadstring(L, script), 0);
+    ASSERT_EQ(lua_pcall(L, 0, 3, 0), 0) << lua_tostring(L, -1);
+    EXPECT_TRUE(lua_toboolean(L, -3));
+    EXPECT_EQ(lua_tonumber(L, -2), GL_BLEND);
+    EXPECT_EQ(lua_tonumber(L, -1), GL_NO_ERROR);
+    lua_pop(L, 3);
+    EXPECT_EQ(centrePixel(), (Pixel{255, 0, 255, 255}));
+    // A bad argument is a Lua error in the caller's protected call.
+    ASSERT_EQ(luaL_loadstring(L, "gl.glViewport('wide')"), 0);
+    EXPECT_NE(lua_pcall(L, 0, 0, 0), 0);
+    lua_close(L);
+    glDisable(GL_BLEND);
+    glClearColor(0, 0, 0, 0);
+    glDepthFunc(GL_LESS);
+}

@@ -265,10 +265,14 @@ GlContext::Sharing EglContext::sharing() const
 bool writePng(const std::string& path, int width, int height, const std::vector<uint8_t>& rgba)
 {
     if (width <= 0 || height <= 0 || rgba.size() < static_cast<size_t>(width) * height * 4) return false;
-    // GL rows run bottom up; the file's run top down.
-    const size_t row = static_cast<size_t>(width) * 4;
+    // GL rows run bottom up; the file's run top down. The view is shown
+    // opaque, whatever alpha the frame left, so the file is RGB.
+    const size_t row = static_cast<size_t>(width) * 3;
     std::vector<uint8_t> flipped(row * height);
-    for (int y = 0; y < height; ++y)
-        std::memcpy(flipped.data() + row * y, rgba.data() + row * (height - 1 - y), row);
-    return stbi_write_png(path.c_str(), width, height, 4, flipped.data(), static_cast<int>(row)) != 0;
+    for (int y = 0; y < height; ++y) {
+        const uint8_t* src = rgba.data() + static_cast<size_t>(width) * 4 * (height - 1 - y);
+        uint8_t* dst = flipped.data() + row * y;
+        for (int x = 0; x < width; ++x) std::memcpy(dst + 3 * x, src + 4 * x, 3);
+    }
+    return stbi_write_png(path.c_str(), width, height, 3, flipped.data(), static_cast<int>(row)) != 0;
 }

@@ -167,6 +167,7 @@ TEST_F(VelmoraRun, PngOfTheRequestedSizeWithNoDisplay)
     ASSERT_NE(pixels, nullptr) << "no readable PNG";
     EXPECT_EQ(w, 160);
     EXPECT_EQ(h, 90);
+    EXPECT_EQ(comp, 3) << "an opaque picture";
     int lit = 0;
     for (int i = 0; i < w * h; ++i) lit += pixels[i * 4] || pixels[i * 4 + 1] || pixels[i * 4 + 2];
     EXPECT_GT(lit, 0) << "the axes are drawn while the simulation is not running";

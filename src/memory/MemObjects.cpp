@@ -12,7 +12,7 @@ void* memHostAlloc(size_t size)
     if (size == 0) return nullptr;
     void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (p == MAP_FAILED) {
-        LogStream(Channels::error(), "") << "mmap" << std::strerror(errno) << ": " << size;
+        LogStream(Channels::error(), "") << "mmap: " << std::strerror(errno) << ": " << size;
         return nullptr;
     }
     return p;

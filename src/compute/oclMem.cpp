@@ -61,6 +61,7 @@ void oclMem::release()
 bool oclBuffer::create(cl_mem_flags flags, size_t size, void* host)
 {
     release();
+    m_sizedMem = nullptr;
     mem = clCreateBuffer(m_context->handle(), flags, size, host, &oclLastError);
     if (!oclCheck("clCreateBuffer", this)) {
         mem = nullptr;
@@ -86,9 +87,21 @@ bool oclBuffer::map(cl_map_flags flags, int d)
 size_t oclBuffer::dim(int axis)
 {
     if (axis != 0 || !mem) return 0;
+    // Element access from scripts asks for the size at every call: it is
+    // asked of the driver once per cl_mem.
+    if (m_sizedMem == mem) return m_size;
     size_t size = 0;
     oclLastError = clGetMemObjectInfo(mem, CL_MEM_SIZE, sizeof size, &size, nullptr);
-    return oclCheck("clGetMemObjectInfo", this) ? size : 0;
+    if (!oclCheck("clGetMemObjectInfo", this)) return 0;
+    m_sizedMem = mem;
+    m_size = size;
+    return size;
+}
+
+void oclBuffer::release()
+{
+    m_sizedMem = nullptr;
+    oclMem::release();
 }
 
 bool oclBuffer::read(int d)

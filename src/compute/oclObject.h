@@ -280,8 +280,13 @@ public:
     virtual bool write(int d);
     // A new buffer with the same flags; the content does not survive.
     virtual bool resize(size_t size, void* host);
+    void release() override;
 
     uint32_t extra;  // element type code of plug-in buffers, else 0
+
+private:
+    cl_mem m_sizedMem = nullptr;  // the cl_mem that m_size belongs to
+    size_t m_size = 0;
 };
 
 class oclImage2D : public oclMem {

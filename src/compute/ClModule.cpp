@@ -66,12 +66,6 @@ void checkValid(lua_State* L, oclMem* m)
     if (!m->mem) luaL_error(L, "invalid memory object %s", m->name());
 }
 
-MemProxy* proxyOf(lua_State* L, oclMem* m)
-{
-    if (!m->proxy) luaL_error(L, "Proxy missing in buffer object %s ", m->name());
-    return m->proxy;
-}
-
 // Up to `max` entries of the table at `idx` into `out`, truncated; the
 // count copied.
 int copySizes(lua_State* L, int idx, size_t* out, int max)
@@ -234,26 +228,27 @@ int clEnqueueTaskL(lua_State* L)
     return 0;
 }
 
-int clEnqueueAcquireGLObjectsL(lua_State* L)
+// Hands a GL-shared object to OpenCL or back; nothing else is done.
+int glObjects(lua_State* L, bool acquire)
 {
     oclMem* m = checkA<oclMem>(L, 1, "memory object");
     checkValid(L, m);
     cl_command_queue q = queueOf(m->parent());
     if (!q) return 0;
-    oclLastError = clEnqueueAcquireGLObjects(q, 1, &m->mem, 0, nullptr, nullptr);
-    check(L, "clEnqueueAcquireGLObjects");
+    oclLastError = acquire ? clEnqueueAcquireGLObjects(q, 1, &m->mem, 0, nullptr, nullptr)
+                           : clEnqueueReleaseGLObjects(q, 1, &m->mem, 0, nullptr, nullptr);
+    check(L, acquire ? "clEnqueueAcquireGLObjects" : "clEnqueueReleaseGLObjects");
     return 0;
+}
+
+int clEnqueueAcquireGLObjectsL(lua_State* L)
+{
+    return glObjects(L, true);
 }
 
 int clEnqueueReleaseGLObjectsL(lua_State* L)
 {
-    oclMem* m = checkA<oclMem>(L, 1, "memory object");
-    checkValid(L, m);
-    cl_command_queue q = queueOf(m->parent());
-    if (!q) return 0;
-    oclLastError = clEnqueueReleaseGLObjects(q, 1, &m->mem, 0, nullptr, nullptr);
-    check(L, "clEnqueueReleaseGLObjects");
-    return 0;
+    return glObjects(L, false);
 }
 
 // ---------------------------------------------------------------- maps and transfers
@@ -268,7 +263,7 @@ int clEnqueueMapBufferL(lua_State* L)
 {
     auto* b = checkA<MemTypeBuffer>(L, 1, "OpenCL buffer object");
     const cl_map_flags flags = mapFlagsArg(L);
-    return proxyOf(L, b)->map(L, flags);
+    return memProxyOf(L, b)->map(L, flags);
 }
 
 int clEnqueueMapImageL(lua_State* L)
@@ -277,13 +272,13 @@ int clEnqueueMapImageL(lua_State* L)
     if (!dynamic_cast<MemTypeImage2D*>(m) && !dynamic_cast<MemTypeImage3D*>(m))
         return luaL_typerror(L, 1, "OpenCL image buffer");
     const cl_map_flags flags = mapFlagsArg(L);
-    return proxyOf(L, m)->map(L, flags);
+    return memProxyOf(L, m)->map(L, flags);
 }
 
 int clEnqueueUnmapMemObjectL(lua_State* L)
 {
     oclMem* m = checkA<oclMem>(L, 1, "memory object");
-    return proxyOf(L, m)->unmap(L);
+    return memProxyOf(L, m)->unmap(L);
 }
 
 int bufferTransfer(lua_State* L, bool toHost)

@@ -53,7 +53,6 @@ void add(oclContext* c, bool makeCurrent)
     if (makeCurrent || !s_current) {
         s_current = c;
         s_currentName = c->name();
-        OclGlobal::setCurrentContextName(s_currentName);
     }
 }
 
@@ -100,6 +99,11 @@ const std::vector<oclContext*>& contexts()
 oclContext* currentContext()
 {
     return s_current;
+}
+
+const std::string& currentContextName()
+{
+    return s_currentName;
 }
 
 oclContext* findContext(const std::string& name)

@@ -18,6 +18,8 @@ void startContexts();
 
 const std::vector<oclContext*>& contexts();
 oclContext* currentContext();
+// Its name; "" while no context exists.
+const std::string& currentContextName();
 // The first context whose name agrees with `name` in the first five characters.
 oclContext* findContext(const std::string& name);
 

@@ -12,12 +12,6 @@
 #include "runtime/RtnApplication.h"
 #include "runtime/ScnLua.h"
 
-namespace OclGlobal {
-static std::string s_currentName;
-const std::string& currentContextName() { return s_currentName; }
-void setCurrentContextName(const std::string& n) { s_currentName = n; }
-}
-
 ScnNodeType OclDevice::s_type;
 ScnNodeType OclPlatform::s_type;
 ScnNodeType OclProgram::s_type;
@@ -100,7 +94,6 @@ bool OclSourceNode::compile()
 {
     if (!m_context) return false;
     m_program = new oclProgram(m_context, getName().c_str(), this);
-    m_program->clearSources();
     if (const std::string* include = includeText()) m_program->addSource(include->c_str());
     m_program->addSource(source.value.c_str());
     if (!m_program->build()) return false;

@@ -4,13 +4,8 @@
 
 #include <string>
 
+#include "compute/OclGlobal.h"
 #include "node/ScnNode.h"
-
-namespace OclGlobal {
-// Name of the current OpenCL context; "" while no context exists.
-const std::string& currentContextName();
-void setCurrentContextName(const std::string& name);
-}
 
 class oclContext;
 class oclProgram;

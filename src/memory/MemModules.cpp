@@ -28,12 +28,6 @@ oclMem* checkMem(lua_State* L, int idx)
     return m;
 }
 
-MemProxy* proxyOf(lua_State* L, oclMem* m)
-{
-    if (!m->proxy) luaL_error(L, "Proxy missing in buffer object %s ", m->name());
-    return m->proxy;
-}
-
 void checkMapped(lua_State* L, oclMem* m)
 {
     if (m->mapFlags == 0) luaL_error(L, "(%s): buffer not mapped", m->name());
@@ -45,21 +39,21 @@ int memSet(lua_State* L)
 {
     oclMem* m = checkMem(L, 1);
     checkMapped(L, m);
-    return proxyOf(L, m)->set(L);
+    return memProxyOf(L, m)->set(L);
 }
 
 int memGet(lua_State* L)
 {
     oclMem* m = checkMem(L, 1);
     checkMapped(L, m);
-    return proxyOf(L, m)->get(L);
+    return memProxyOf(L, m)->get(L);
 }
 
 int memPrint(lua_State* L)
 {
     oclMem* m = checkMem(L, 1);
     checkMapped(L, m);
-    return proxyOf(L, m)->print(L);
+    return memProxyOf(L, m)->print(L);
 }
 
 int initProtected(lua_State* L)
@@ -73,7 +67,7 @@ int initProtected(lua_State* L)
 int memInit(lua_State* L)
 {
     oclMem* m = checkMem(L, 1);
-    MemProxy* proxy = proxyOf(L, m);
+    MemProxy* proxy = memProxyOf(L, m);
     if (m->mapFlags != 0) return proxy->init(L);
     proxy->map(L, CL_MAP_WRITE);
     const int n = lua_gettop(L);
@@ -87,7 +81,7 @@ int memInit(lua_State* L)
 
 int memDim(lua_State* L)
 {
-    return proxyOf(L, checkMem(L, 1))->dim(L);
+    return memProxyOf(L, checkMem(L, 1))->dim(L);
 }
 
 int memBytecopy(lua_State* L)
@@ -103,9 +97,9 @@ int memBytecopy(lua_State* L)
     if (count <= 0 || bytes <= 0) return 0;
     // A copy must stay inside both objects: refused whole, never cut.
     const lua_Number srcEnd = (count - 1) * srcStride + bytes, dstEnd = (count - 1) * dstStride + bytes;
-    if (srcStride < 0 || dstStride < 0 || srcEnd > static_cast<lua_Number>(proxyOf(L, src)->byteSize()))
+    if (srcStride < 0 || dstStride < 0 || srcEnd > static_cast<lua_Number>(memProxyOf(L, src)->byteSize()))
         return luaL_error(L, "(%s): bytecopy out of range", src->name());
-    if (dstEnd > static_cast<lua_Number>(proxyOf(L, dst)->byteSize()))
+    if (dstEnd > static_cast<lua_Number>(memProxyOf(L, dst)->byteSize()))
         return luaL_error(L, "(%s): bytecopy out of range", dst->name());
     const auto n = static_cast<size_t>(count), b = static_cast<size_t>(bytes);
     const auto ss = static_cast<size_t>(srcStride), ds = static_cast<size_t>(dstStride);
@@ -117,13 +111,13 @@ int memBytecopy(lua_State* L)
 
 int memSize(lua_State* L)
 {
-    lua_pushnumber(L, static_cast<lua_Number>(proxyOf(L, checkMem(L, 1))->byteSize()));
+    lua_pushnumber(L, static_cast<lua_Number>(memProxyOf(L, checkMem(L, 1))->byteSize()));
     return 1;
 }
 
 int memElementsize(lua_State* L)
 {
-    lua_pushnumber(L, clTypeSize(proxyOf(L, checkMem(L, 1))->typeCode()));
+    lua_pushnumber(L, clTypeSize(memProxyOf(L, checkMem(L, 1))->typeCode()));
     return 1;
 }
 
@@ -131,28 +125,28 @@ int memMap(lua_State* L)
 {
     oclMem* m = checkMem(L, 1);
     if (!lua_isnumber(L, 2)) return luaL_argerror(L, 2, "mem.READ or mem.WRITE expected");
-    return proxyOf(L, m)->map(L, static_cast<cl_map_flags>(lua_tonumber(L, 2)));
+    return memProxyOf(L, m)->map(L, static_cast<cl_map_flags>(lua_tonumber(L, 2)));
 }
 
 int memUnmap(lua_State* L)
 {
-    return proxyOf(L, checkMem(L, 1))->unmap(L);
+    return memProxyOf(L, checkMem(L, 1))->unmap(L);
 }
 
 int memRead(lua_State* L)
 {
-    return proxyOf(L, checkMem(L, 1))->read(L);
+    return memProxyOf(L, checkMem(L, 1))->read(L);
 }
 
 int memWrite(lua_State* L)
 {
-    return proxyOf(L, checkMem(L, 1))->write(L);
+    return memProxyOf(L, checkMem(L, 1))->write(L);
 }
 
 int memPack(lua_State* L)
 {
     oclMem* m = checkMem(L, 1);
-    auto* pbo = dynamic_cast<MemPboProxy*>(proxyOf(L, m));
+    auto* pbo = dynamic_cast<MemPboProxy*>(memProxyOf(L, m));
     if (!pbo) return luaL_error(L, "pack is not a valid operation for buffer ", m->name());
     return pbo->pack(L);
 }
@@ -160,7 +154,7 @@ int memPack(lua_State* L)
 int memUnpack(lua_State* L)
 {
     oclMem* m = checkMem(L, 1);
-    auto* pbo = dynamic_cast<MemPboProxy*>(proxyOf(L, m));
+    auto* pbo = dynamic_cast<MemPboProxy*>(memProxyOf(L, m));
     if (!pbo) return luaL_error(L, "unpack is not a valid operation for buffer ", m->name());
     return pbo->unpack(L);
 }

@@ -351,6 +351,13 @@ private:
     }
 };
 
+// The object's proxy; raises "Proxy missing in buffer object NAME " without one.
+inline MemProxy* memProxyOf(lua_State* L, oclMem* m)
+{
+    if (!m->proxy) luaL_error(L, "Proxy missing in buffer object %s ", m->name());
+    return m->proxy;
+}
+
 // The families by their names: scalar (Proxy0) and vector (ProxyN) elements
 // of buffers, 2D images and 3D images.
 template <class T>

@@ -190,7 +190,3 @@ const char* glInternalFormatName(uint32_t format)
     default: return "Unknown GL internalFormat";
     }
 }
-
-namespace MemGlobal {
-int maxAnisotropy = 0;
-}

@@ -34,9 +34,3 @@ uint32_t CLimageFromatToGLtype(const cl_image_format* format);
 const char* clChannelOrderName(uint32_t order);
 const char* clChannelTypeName(uint32_t type);
 const char* glInternalFormatName(uint32_t format);
-
-namespace MemGlobal {
-// The largest texture anisotropy the driver allows; 0 until a GL context
-// has been asked for it.
-extern int maxAnisotropy;
-}

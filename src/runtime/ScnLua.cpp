@@ -106,13 +106,20 @@ void pushName(lua_State* L, const std::string& name)
     lua_pushlstring(L, name.data(), name.size());
 }
 
+// Stack 2: the parent, 3: its instance table B, 4: the child. False when
+// either node has no Lua object.
+bool pushParentAndChild(lua_State* L, const NameArgs* a)
+{
+    ScnLua::pushNode(L, a->parent);
+    pushInstanceTable(L, 2);
+    ScnLua::pushNode(L, a->child);
+    return !lua_isnil(L, 3) && !lua_isnil(L, 4);
+}
+
 int bindBody(lua_State* L)
 {
     const auto* a = static_cast<const NameArgs*>(lua_touserdata(L, 1));
-    ScnLua::pushNode(L, a->parent);  // 2
-    pushInstanceTable(L, 2);         // 3: B
-    ScnLua::pushNode(L, a->child);   // 4
-    if (lua_isnil(L, 3) || lua_isnil(L, 4)) return 0;
+    if (!pushParentAndChild(L, a)) return 0;
     pushName(L, a->child->getName());
     lua_pushvalue(L, 4);
     lua_rawset(L, 3);
@@ -122,10 +129,7 @@ int bindBody(lua_State* L)
 int unbindBody(lua_State* L)
 {
     const auto* a = static_cast<const NameArgs*>(lua_touserdata(L, 1));
-    ScnLua::pushNode(L, a->parent);  // 2
-    pushInstanceTable(L, 2);         // 3: B
-    ScnLua::pushNode(L, a->child);   // 4
-    if (lua_isnil(L, 3) || lua_isnil(L, 4)) return 0;
+    if (!pushParentAndChild(L, a)) return 0;
     pushName(L, a->child->getName());
     lua_pushvalue(L, -1);
     lua_rawget(L, 3);  // 6: present entry
@@ -139,10 +143,7 @@ int unbindBody(lua_State* L)
 int renameBody(lua_State* L)
 {
     const auto* a = static_cast<const NameArgs*>(lua_touserdata(L, 1));
-    ScnLua::pushNode(L, a->parent);  // 2
-    pushInstanceTable(L, 2);         // 3: B
-    ScnLua::pushNode(L, a->child);   // 4
-    if (lua_isnil(L, 3) || lua_isnil(L, 4)) return 0;
+    if (!pushParentAndChild(L, a)) return 0;
     pushName(L, *a->oldName);        // 5
     lua_pushvalue(L, 5);
     lua_rawget(L, 3);                // 6

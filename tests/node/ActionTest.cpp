@@ -9,17 +9,8 @@
 #include "node/ScnAction.h"
 #include "node/ScnNode.h"
 #include "runtime/Channels.h"
+#include "support/AllocationCounter.h"
 
-// Counts allocations so that a test can show that walks make none.
-static std::atomic<long> g_allocations{0};
-void* operator new(std::size_t n)
-{
-    ++g_allocations;
-    if (void* p = std::malloc(n ? n : 1)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 

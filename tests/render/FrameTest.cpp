@@ -16,25 +16,11 @@
 #include "runtime/Clock.h"
 #include "runtime/CmdNodes.h"
 #include "runtime/RtnApplication.h"
+#include "support/AllocationCounter.h"
 #include "support/DocumentFixture.h"
 #include "support/TempDir.h"
 #include "RenderSupport.h"
 
-namespace {
-long g_allocations = 0;
-}
-
-// Counting every allocation of the program: new and delete both go to malloc.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-
-void* operator new(std::size_t n)
-{
-    ++g_allocations;
-    if (void* p = std::malloc(n ? n : 1)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 

@@ -5,7 +5,12 @@
 #include "compute/OclBuildLog.h"
 #include "compute/OclNodes.h"
 #include "compute/oclObject.h"
+#include "compute/ClModule.h"
+#include "memory/MemNodes.h"
+#include "memory/MemTypes.h"
+#include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
+#include "runtime/ScnLua.h"
 
 namespace OclGlobal {
 
@@ -197,3 +202,34 @@ std::vector<std::string> deviceInfo(oclDevice* device)
 }
 
 }  // namespace OclGlobal
+
+namespace {
+
+const char* const kChannelTypes[] = {"CL_SNORM_INT8", "CL_SNORM_INT16", "CL_UNORM_INT8", "CL_UNORM_INT16",
+                                     "CL_UNORM_SHORT_565", "CL_UNORM_SHORT_555", "CL_UNORM_INT_101010",
+                                     "CL_SIGNED_INT8", "CL_SIGNED_INT16", "CL_SIGNED_INT32", "CL_UNSIGNED_INT8",
+                                     "CL_UNSIGNED_INT16", "CL_UNSIGNED_INT32", "CL_HALF_FLOAT", "CL_FLOAT"};
+const char* const kChannelOrders[] = {"CL_R", "CL_A", "CL_RG", "CL_RA", "CL_RGB",
+                                      "CL_RGBA", "CL_BGRA", "CL_ARGB", "CL_INTENSITY", "CL_LUMINANCE"};
+
+}  // namespace
+
+void OclGlobal::init()
+{
+    VTRACE("OclGlobal::init()-start");
+    ScnLua::openModule(ClModule::open, "cl");
+    {
+        ScnLua::GcPause gc;
+        ScnLua::registerNode<OclDevice>(&ScnGroup::s_type, "OclDevice", 64);
+        ScnLua::registerNode<OclPlatform>(&ScnGroup::s_type, "OclPlatform", 64);
+        ScnLua::registerNode<OclProgram>(&ScnNode::s_type, "OclProgram", 64);
+        ScnLua::registerNode<OclBuffer>(&ScnNode::s_type, "OclBuffer", 64);
+        ScnLua::registerNode<OclImage2D>(&ScnNode::s_type, "OclImage2D", 64);
+        ScnLua::registerNode<OclImage3D>(&ScnNode::s_type, "OclImage3D", 64);
+        ScnLua::registerNode<OclFileRef>(&ScnNode::s_type, "OclFileRef", 64);
+    }
+    ScnEnum::registerTable("cl_mem_type", MemTypes::kNames, MemTypes::kCount);
+    ScnEnum::registerTable("cl_channel_type", kChannelTypes, 15);
+    ScnEnum::registerTable("cl_channel_order", kChannelOrders, 10);
+    VTRACE("OclGlobal::init()-done");
+}

@@ -11,6 +11,11 @@ class oclDevice;
 
 namespace OclGlobal {
 
+// Opens the cl module and registers the OpenCL node classes with their enum
+// tables; traces its start and end. The contexts come earlier, from
+// startContexts().
+void init();
+
 // Makes the contexts: the three vendor calls, then one for every platform
 // that matched none of them (its name is the platform's vendor string).
 // Installs the message handlers. Runs once; later calls do nothing.

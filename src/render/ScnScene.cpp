@@ -298,83 +298,39 @@ void endWire()
 
 }  // namespace ScnScene
 
-// -- context start ------------------------------------------------------------------
+// -- static shaders and buffers ---------------------------------------------------
 
-namespace {
+namespace ScnScene {
 
-// Where there is no message box the text goes to stderr and the error channel.
-void messageBox(const char* text, const char* caption)
-{
-    std::fprintf(stderr, "%s: %s\n", caption, text);
-    LogStream(Channels::error(), caption) << text;
-}
-
-}  // namespace
-
-namespace ScnGlobal {
-
-void checkContext()
-{
-    if (!GlContext::ready()) return;
-    const char* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
-    const char* glsl = reinterpret_cast<const char*>(glGetString(GL_SHADING_LANGUAGE_VERSION));
-    VTRACE("GL_VERSION " << (version ? version : "(null)"));
-    VTRACE("GL_SHADING_LANGUAGE_VERSION " << (glsl ? glsl : "(null)"));
-    const char* ext = reinterpret_cast<const char*>(glGetString(GL_EXTENSIONS));
-    if (!ext) {
-        messageBox("glGetString(GL_EXTENSIONS) == null", "Driver Problem ");
-        return;
-    }
-    struct Need {
-        const char* searched;
-        const char* shown;
-    };
-    static const Need kNeeds[] = {{"GL_ARB_multitexture ", "GL_ARB_multitexture "},
-                                  {"GL_ARB_vertex_program", "GL_ARB_vertex_program"},
-                                  {"GL_ARB_fragment_program", "GL_ARB_fragment_program"},
-                                  {"GL_EXT_framebuffer_object", "GL_EXT_framebuffer_object"},
-                                  {"GL_ARB_multisample", "GL_ARB_multisample"},
-                                  {"GL_ARB_shader_objects", "GL_ARB_shader_objects "},
-                                  {"GL_ARB_texture_float", "GL_ARB_texture_float  "}};
-    // The list ends with no blank, so the last name is found with one added.
-    std::string all = std::string(ext) + " ";
-    for (const Need& n : kNeeds) {
-        if (all.find(n.searched) == std::string::npos) {
-            messageBox(n.shown, "Hardware capablity not available ");
-            break;
-        }
-    }
-}
-
-void initRender()
+void initStatics()
 {
     if (!GlContext::ready()) return;
     GLint maxOut = 0;
     glGetIntegerv(GL_MAX_GEOMETRY_OUTPUT_VERTICES, &maxOut);
     g_scnMaxGeometryOutput = maxOut;
     glGetError();
-    ScnScene::displayShader().build();
-    ScnScene::solidShader().build();
-    ScnScene::axesShader().build();
-    if (!ScnScene::s_quadVao) {
+    displayShader().build();
+    solidShader().build();
+    axesShader().build();
+    if (!s_quadVao) {
         const float positions[12] = {-0.5f, -0.5f, 0, 0.5f, -0.5f, 0, 0.5f, 0.5f, 0, -0.5f, 0.5f, 0};
         const float coords[8] = {0, 0, 1, 0, 1, 1, 0, 1};
-        glGenVertexArrays(1, &ScnScene::s_quadVao);
-        glGenBuffers(1, &ScnScene::s_quadPositions);
-        glBindBuffer(GL_ARRAY_BUFFER, ScnScene::s_quadPositions);
+        glGenVertexArrays(1, &s_quadVao);
+        glGenBuffers(1, &s_quadPositions);
+        glBindBuffer(GL_ARRAY_BUFFER, s_quadPositions);
         glBufferData(GL_ARRAY_BUFFER, sizeof positions, positions, GL_STATIC_DRAW);
-        glGenBuffers(1, &ScnScene::s_quadTexCoords);
-        glBindBuffer(GL_ARRAY_BUFFER, ScnScene::s_quadTexCoords);
+        glGenBuffers(1, &s_quadTexCoords);
+        glBindBuffer(GL_ARRAY_BUFFER, s_quadTexCoords);
         glBufferData(GL_ARRAY_BUFFER, sizeof coords, coords, GL_STATIC_DRAW);
-        glGenVertexArrays(1, &ScnScene::s_axesVao);
-        glGenBuffers(1, &ScnScene::s_axesBuffer);
-        glBindBuffer(GL_ARRAY_BUFFER, ScnScene::s_axesBuffer);
+        glGenVertexArrays(1, &s_axesVao);
+        glGenBuffers(1, &s_axesBuffer);
+        glBindBuffer(GL_ARRAY_BUFFER, s_axesBuffer);
         glBufferData(GL_ARRAY_BUFFER, 18 * sizeof(float), nullptr, GL_DYNAMIC_DRAW);
         glBindBuffer(GL_ARRAY_BUFFER, 0);
     }
 }
 
-}  // namespace ScnGlobal
+}  // namespace ScnScene
 
 // -- node hooks of the render side --------------------------------------------------
 

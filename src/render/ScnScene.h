@@ -88,6 +88,9 @@ void enqueueCamera(ScnCamera* camera);
 ScnCamera* dequeueCamera();
 int queuedCameras();
 
+// The static shaders and the axis and quad buffers; needs a current context.
+void initStatics();
+
 // After a load or a reset the view clears to black again.
 void clearColourToBlack();
 
@@ -103,15 +106,6 @@ void drawAxes(ScnActionRender& action, double s);
 // Lights and viewpoints draw themselves as wires in a colour.
 void beginWire(ScnActionRender& action, const float colour[3]);
 void endWire();
-}
-
-namespace ScnGlobal {
-// Reads and checks the driver with the context current: version and shading
-// language in the trace, the extensions in their order (the first missing
-// one is reported on stderr and the error channel; the program goes on).
-void checkContext();
-// The static shaders and the axis buffers; needs a current context.
-void initRender();
 }
 
 // Frame timings of the last frame step, in microseconds.

@@ -337,3 +337,28 @@ void reportFailure(lua_State* L, const char* source)
 }
 
 }  // namespace ScnLua
+
+// -- module start helpers ----------------------------------------------------------
+
+namespace ScnLua {
+
+lua_State* processState() { return AppGlobal::luaState(); }
+
+GcPause::GcPause() : L(AppGlobal::luaState())
+{
+    if (L) lua_gc(L, LUA_GCSTOP, 0);
+}
+
+GcPause::~GcPause()
+{
+    if (L) lua_gc(L, LUA_GCRESTART, 0);
+}
+
+void openModule(lua_CFunction open, const char* name)
+{
+    lua_State* L = AppGlobal::luaState();
+    if (!L) return;
+    if (lua_cpcall(L, open, nullptr) != 0) reportFailure(L, name);
+}
+
+}  // namespace ScnLua

@@ -192,3 +192,30 @@ private:
         return 0;
     }
 };
+
+namespace ScnLua {
+
+// Stops the collector while a module registers its classes.
+struct GcPause {
+    lua_State* L;
+    GcPause();
+    ~GcPause();
+};
+
+// Opens a script module in a protected call of its own: a failing one is
+// reported on the error channel and the other modules still open.
+void openModule(lua_CFunction open, const char* name);
+
+// The process's Lua state (null before Lua starts).
+lua_State* processState();
+
+// Registers a node class after its parent and builds its Lua class with the
+// methods the class declares in its addLuaMethods.
+template <class T>
+void registerNode(ScnNodeType* parent, const char* name, uint32_t category)
+{
+    ScnNodeRegistry::registerClass(T::s_type, parent, name, &T::factory, category);
+    ScnLuaClass<T>::registerClass(processState());
+}
+
+}  // namespace ScnLua

@@ -1,0 +1,108 @@
+#include <GL/glew.h>
+
+#include "render/ScnGlobal.h"
+
+#include <cstdio>
+#include <string>
+
+#include "memory/MemModules.h"
+#include "memory/MemTypes.h"
+#include "node/ScnField.h"
+#include "platform/GlContext.h"
+#include "render/ScnCamera.h"
+#include "render/ScnDeferredLight.h"
+#include "render/ScnFramebuffer.h"
+#include "render/ScnScene.h"
+#include "render/ScnShader.h"
+#include "render/ScnWorld.h"
+#include "runtime/AppGlobal.h"
+#include "runtime/Channels.h"
+#include "runtime/ScnLua.h"
+
+namespace {
+
+const char* const kPrimitiveNames[] = {"GL_POINTS", "GL_LINES", "GL_LINE_LOOP", "GL_LINE_STRIP",
+                                       "GL_TRIANGLES", "GL_TRIANGLE_STRIP", "GL_TRIANGLE_FAN"};
+const char* const kVertexAttribTypes[] = {"GL_BYTE", "GL_UNSIGNED_BYTE", "GL_SHORT", "GL_UNSIGNED_SHORT",
+                                          "GL_INT", "GL_UNSIGNED_INT", "GL_FLOAT"};
+
+// Where there is no message box the text goes to stderr and the error channel.
+void messageBox(const char* text, const char* caption)
+{
+    std::fprintf(stderr, "%s: %s\n", caption, text);
+    LogStream(Channels::error(), caption) << text;
+}
+
+}  // namespace
+
+namespace ScnGlobal {
+
+void checkContext()
+{
+    if (!GlContext::ready()) return;
+    const char* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
+    const char* glsl = reinterpret_cast<const char*>(glGetString(GL_SHADING_LANGUAGE_VERSION));
+    VTRACE("GL_VERSION " << (version ? version : "(null)"));
+    VTRACE("GL_SHADING_LANGUAGE_VERSION " << (glsl ? glsl : "(null)"));
+    const char* ext = reinterpret_cast<const char*>(glGetString(GL_EXTENSIONS));
+    if (!ext) {
+        messageBox("glGetString(GL_EXTENSIONS) == null", "Driver Problem ");
+        return;
+    }
+    struct Need {
+        const char* searched;
+        const char* shown;
+    };
+    static const Need kNeeds[] = {{"GL_ARB_multitexture ", "GL_ARB_multitexture "},
+                                  {"GL_ARB_vertex_program", "GL_ARB_vertex_program"},
+                                  {"GL_ARB_fragment_program", "GL_ARB_fragment_program"},
+                                  {"GL_EXT_framebuffer_object", "GL_EXT_framebuffer_object"},
+                                  {"GL_ARB_multisample", "GL_ARB_multisample"},
+                                  {"GL_ARB_shader_objects", "GL_ARB_shader_objects "},
+                                  {"GL_ARB_texture_float", "GL_ARB_texture_float  "}};
+    // The list ends with no blank, so the last name is found with one added.
+    std::string all = std::string(ext) + " ";
+    for (const Need& n : kNeeds) {
+        if (all.find(n.searched) == std::string::npos) {
+            messageBox(n.shown, "Hardware capablity not available ");
+            break;
+        }
+    }
+}
+
+
+void init()
+{
+    VTRACE("ScnGlobal::init()-start");
+    ScnEnum::registerTable("gl_primitive", kPrimitiveNames, 7);
+    ScnEnum::registerTable("gl_vertexattrib_type", kVertexAttribTypes, 7);
+    ScnEnum::registerTable("gl_buffer_type", MemTypes::kNames, MemTypes::kCount);
+    ScnScene::initStatics();
+    {
+        ScnLua::GcPause gc;
+        ScnLua::registerNode<ScnNode>(nullptr, "ScnNode", 2);
+        ScnLua::registerNode<ScnGroup>(&ScnNode::s_type, "ScnGroup", 2);
+        ScnLua::registerNode<ScnMatrix>(&ScnGroup::s_type, "ScnMatrix", 2);
+        ScnLua::registerNode<ScnWorld>(&ScnMatrix::s_type, "ScnWorld", 2);
+        ScnLua::registerNode<ScnCamera>(&ScnNode::s_type, "ScnCamera", 2);
+        ScnLua::registerNode<ScnCameraExamine>(&ScnCamera::s_type, "ScnCameraExamine", 2);
+        ScnLua::registerNode<ScnShader>(&ScnNode::s_type, "ScnShader", 4);
+        ScnLua::registerNode<ScnDeferredLight>(&ScnNode::s_type, "ScnDeferredLight", 2);
+        ScnLua::registerNode<ScnDeferredPointLight>(&ScnDeferredLight::s_type, "ScnDeferredPointLight", 2);
+        ScnLua::registerNode<ScnDeferredSpotLight>(&ScnDeferredLight::s_type, "ScnDeferredSpotLight", 2);
+        ScnLua::registerNode<ScnFramebuffer>(&ScnNode::s_type, "ScnFramebuffer", 4);
+    }
+    // The records kernels share with cameras and lights.
+    using namespace MemTypes;
+    MemModules::declareStruct("gs_camera", {{"xAxis", Float4}, {"yAxis", Float4}, {"zAxis", Float4},
+                                            {"ePos", Float4}, {"xAxisInv", Float4}, {"yAxisInv", Float4},
+                                            {"zAxisInv", Float4}, {"dFar", Float}, {"dNear", Float}});
+    MemModules::declareStruct("gs_light", {{"diffuse", Float4}, {"ambient", Float4}, {"specular", Float4},
+                                           {"xAxis", Float4}, {"yAxis", Float4}, {"zAxis", Float4},
+                                           {"ePos", Float4}, {"range", Float}, {"intensity", Float},
+                                           {"attenuate", Float}, {"spread", Float}, {"visible", UInt},
+                                           {"type", UInt}});
+    VTRACE("ScnGlobal::init()-done");
+}
+
+}  // namespace ScnGlobal

@@ -198,10 +198,15 @@ void RtnApplication::deleteProcessor(RtnProcessor* p)
     for (int r = 0; r < RtnProcessor::kRegisters; ++r)
         if (RtnRegister* reg = p->getRegister(r)) reg->removeAll(true);
     for (int r = 0; r < RtnProcessor::kRegisters; ++r)
-        if (RtnRegister* reg = p->getRegister(r))
+        if (RtnRegister* reg = p->getRegister(r)) {
             for (int i = 0; i < reg->marking.count(); ++i)
                 if (ScnNode* n = reg->marking.path(i).resolve())
                     if (n->markingCount) --n->markingCount;
+            reg->marking.clear();
+        }
+    // Other registers may hold this processor (or one of its registers) as a
+    // token: they let it go while it is still whole.
+    withdrawTokens(p);
     if (ScnNode* t = p->twin()) {
         auto* app = dynamic_cast<CmdApplication*>(twin());
         if (app) app->destroy(t);
@@ -210,6 +215,64 @@ void RtnApplication::deleteProcessor(RtnProcessor* p)
     }
     scripts.node.remove(p);
     delete p;
+}
+
+namespace {
+
+bool isBelow(const ScnNode* n, const ScnNode* top)
+{
+    for (; n; n = n->parent())
+        if (n == top) return true;
+    return false;
+}
+
+}  // namespace
+
+RtnApplication* RtnApplication::current()
+{
+    return dynamic_cast<RtnApplication*>(RtnMFRef::s_root);
+}
+
+template <class Visit>
+void RtnApplication::forEachMarking(Visit visit)
+{
+    ScnNode* savedRoot = RtnMFRef::s_root;
+    RtnMFRef::s_root = this;
+    for (ScnNode* n = scripts.node.firstChild(); n; n = n->next()) {
+        auto* p = dynamic_cast<RtnProcessor*>(n);
+        if (!p) continue;
+        for (int r = 0; r < RtnProcessor::kRegisters; ++r) {
+            RtnRegister* reg = p->getRegister(r);
+            if (!reg) continue;
+            // From the back, so that a removal does not move what is still to be seen.
+            for (int i = reg->marking.count() - 1; i >= 0; --i) {
+                if (i >= reg->marking.count()) continue;  // an OnRemove may have changed the marking
+                if (ScnNode* t = reg->marking.path(i).resolve()) visit(reg, i, t);
+            }
+        }
+    }
+    RtnMFRef::s_root = savedRoot;
+}
+
+void RtnApplication::withdrawTokens(ScnNode* node)
+{
+    if (!node) return;
+    forEachMarking([node](RtnRegister* reg, int i, ScnNode* t) {
+        if (isBelow(t, node)) reg->removeToken(i);
+    });
+}
+
+void RtnApplication::passTokenTwins(ScnNode* node, bool hold)
+{
+    if (!node || !node->markingCount) return;
+    forEachMarking([node, hold](RtnRegister* reg, int, ScnNode* t) {
+        auto* cr = dynamic_cast<CmdRegister*>(reg->twin());
+        if (t != node || !cr || !t->twin()) return;
+        if (hold)
+            cr->deposit(t->twin(), false);
+        else
+            cr->remove(t->twin(), false);
+    });
 }
 
 RtnProcessor* RtnApplication::processorAt(int index)

@@ -70,12 +70,30 @@ public:
     RtnProcessor* addProcessor(const std::string& name);
     // Moves `p` before `before` (null: to the end) in both lists.
     bool moveProcessor(RtnProcessor* p, RtnProcessor* before);
-    // Removes the processor's tokens with events, then the processor.
+    // Removes the processor's tokens with events, takes the processor out of
+    // every other marking (OnRemove runs there), then deletes it.
     void deleteProcessor(RtnProcessor* p);
+    // Takes `node` and every node below it out of every marking of every
+    // processor, with events on, so that no token queue or path is left
+    // holding a node that is about to go.
+    void withdrawTokens(ScnNode* node);
+    // The run-time registers that hold `node`'s twin let it go (`hold` false)
+    // or take it again (`hold` true), with no events: for an edit that
+    // replaces the twin of a node while it stands in markings.
+    void passTokenTwins(ScnNode* node, bool hold);
+    // The application whose markings are searched by the two above: the one
+    // whose paths are resolved at present.
+    static RtnApplication* current();
     RtnProcessor* processorAt(int index);
     int indexOfProcessor(RtnProcessor* p);
     int processorCount();
 
     std::string fileName;
     bool scriptChanged = false;
+
+private:
+    // Calls visit(register, entry, token) for every resolved marking entry,
+    // processors in list order, registers by slot, entries from the back.
+    template <class Visit>
+    void forEachMarking(Visit visit);
 };

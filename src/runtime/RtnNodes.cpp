@@ -2,6 +2,7 @@
 
 #include "runtime/AppGlobal.h"
 #include "runtime/CmdNodes.h"
+#include "runtime/RtnApplication.h"
 #include "runtime/ScnScriptEnv.h"
 
 ScnNodeType RtnGroup::s_type;
@@ -165,6 +166,10 @@ bool RtnProcessor::moveRegister(int from, int to)
 {
     RtnRegister* reg = getRegister(from);
     if (!reg || to < 0 || to >= kRegisters || colors.get(to)) return false;
+    RtnApplication* app = RtnApplication::current();
+    // A register standing as a token elsewhere gets a new twin: the holders
+    // let the old one go first.
+    if (app) app->passTokenTwins(reg, false);
     reg->removeAll(false);
     delete reg->twin();
     colors.take(from);
@@ -172,6 +177,7 @@ bool RtnProcessor::moveRegister(int from, int to)
     reg->index = to;
     if (auto* cp = dynamic_cast<CmdProcessor*>(twin())) new CmdRegister(cp, reg);
     reg->depositAll(false);
+    if (app) app->passTokenTwins(reg, true);
     return true;
 }
 
@@ -179,10 +185,13 @@ void RtnProcessor::deleteRegister(RtnRegister* reg)
 {
     if (!reg || getRegister(reg->index.value) != reg) return;
     reg->removeAll(true);
-    delete reg->twin();
     for (int i = 0; i < reg->marking.count(); ++i)
         if (ScnNode* n = reg->marking.path(i).resolve())
             if (n->markingCount) --n->markingCount;
+    reg->marking.clear();
+    // Registers elsewhere that hold this one as a token let it go first.
+    if (RtnApplication* app = RtnApplication::current()) app->withdrawTokens(reg);
+    delete reg->twin();
     delete colors.take(reg->index.value);
 }
 

@@ -431,3 +431,60 @@ TEST_F(Register, NotifyWithoutAFunctionForTheIndexDoesNothing)
     wheelTwin->notify(1);
     EXPECT_EQ(drain(), (Lines{"(script): index 1 wheel"}));
 }
+
+TEST_F(Register, DeletingAProcessorHeldAsATokenElsewhereLetsItGoFirst)
+{
+    RtnProcessor* p = mainProcessor();
+    RtnProcessor* second = app()->addProcessor("Second");
+    RtnProcessor* third = app()->addProcessor("Third");
+    RtnRegister* holder = p->createRegister(0);
+    ASSERT_TRUE(program(holder, 0, "print('tick ' .. tostring(event))"));
+    ASSERT_TRUE(program(holder, 2, "print('gone ' .. tostring(event and event:getName()))"));
+    // The second processor and one of the third's registers stand as tokens
+    // in the first processor; the third holds the second too.
+    RtnRegister* thirdReg = third->createRegister(5);
+    holder->deposit(second);
+    holder->deposit(thirdReg);
+    third->createRegister(1)->deposit(second);
+    ASSERT_EQ(second->markingCount, 2);
+    drain();
+
+    app()->deleteProcessor(second);
+    EXPECT_EQ(drain(), (Lines{"(script): gone Second"}));
+    EXPECT_EQ(holder->marking.count(), 1);
+    EXPECT_EQ(twinOf(holder)->tokens().size(), 1u);
+
+    third->deleteRegister(thirdReg);
+    EXPECT_EQ(drain(), (Lines{"(script): gone nil"}));  // a run-time register has no script object
+    EXPECT_EQ(holder->marking.count(), 0);
+    EXPECT_TRUE(twinOf(holder)->tokens().empty());
+
+    // The next frame and a save find nothing that is gone.
+    m_doc.toggleSimulation();
+    ticks(1);
+    EXPECT_EQ(drain(), (Lines{"(script): tick nil"}));
+    ASSERT_TRUE(m_doc.saveAs("after-delete.3Dm"));
+    std::string error;
+    ASSERT_TRUE(m_doc.open("after-delete.3Dm", error)) << error;
+    EXPECT_EQ(app()->processorCount(), 2);
+    EXPECT_EQ(app()->processorAt(0)->getRegister(0)->marking.count(), 0);
+}
+
+TEST_F(Register, MovingARegisterHeldAsATokenKeepsItHeldByItsNewTwin)
+{
+    RtnProcessor* p = mainProcessor();
+    RtnProcessor* second = app()->addProcessor("Second");
+    RtnRegister* holder = p->createRegister(0);
+    ASSERT_TRUE(program(holder, 0, "print('tick ' .. tostring(event))"));
+    RtnRegister* moved = second->createRegister(3);
+    holder->deposit(moved);
+    drain();
+
+    ASSERT_TRUE(second->moveRegister(3, 9));
+    ASSERT_EQ(twinOf(holder)->tokens().size(), 1u);
+    EXPECT_EQ(twinOf(holder)->tokens().first(), moved->twin());
+    EXPECT_EQ(moved->twin()->refCount(), 1);
+    m_doc.toggleSimulation();
+    ticks(1);
+    EXPECT_EQ(drain().size(), 1u);
+}

@@ -19,15 +19,32 @@ void publish(ScnNode* node)
         if (node->getLuaRef()) ScnLua::setGlobalNode(L, node->getName().c_str(), node);
 }
 
+struct WithdrawArgs {
+    ScnNode* node;
+    const char* name;
+};
+
+// Reading a global may run a script's __index on the globals: protected.
+int withdrawBody(lua_State* L)
+{
+    const auto* a = static_cast<const WithdrawArgs*>(lua_touserdata(L, 1));
+    lua_getglobal(L, a->name);
+    bool mine = ScnLua::toNode(L, -1) == a->node;
+    lua_pop(L, 1);
+    if (mine) {
+        lua_pushnil(L);
+        lua_setglobal(L, a->name);
+    }
+    return 0;
+}
+
 void withdraw(ScnNode* node, const std::string& name)
 {
     lua_State* L = AppGlobal::luaState();
     if (!L || !node->getLuaRef()) return;
     // Only the global that still names this node: a later tree may own it now.
-    lua_getglobal(L, name.c_str());
-    bool mine = ScnLua::toNode(L, -1) == node;
-    lua_pop(L, 1);
-    if (mine) ScnLua::clearGlobalNode(L, name.c_str());
+    WithdrawArgs a{node, name.c_str()};
+    ScnLua::protectedCall(L, withdrawBody, &a, a.name);
 }
 
 }  // namespace

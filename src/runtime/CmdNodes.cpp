@@ -1,7 +1,5 @@
 #include "runtime/CmdNodes.h"
 
-#include <stdexcept>
-
 #include <lua.hpp>
 
 #include "node/ScnAction.h"
@@ -106,26 +104,61 @@ void CmdRegister::onTokenEvent(int index, ScnNode* token)
     if (m_processor->active) fire(index, token);
 }
 
+namespace {
+
+// What one event call needs inside its protected call.
+struct FireArgs {
+    CmdRegister* reg;
+    int index;
+    ScnNode* node;
+    bool restore;  // put the old `event` back afterwards (not for OnTime)
+    std::string message;
+    bool failed = false;
+};
+
+// Sets `event` in the processor's environment and runs the function. Inside
+// a protected call: an environment whose metatable raises on the write, or a
+// finaliser run by an allocation here, ends in a reported error, not in a
+// dead process.
+int fireBody(lua_State* L)
+{
+    auto* a = static_cast<FireArgs*>(lua_touserdata(L, 1));
+    CmdRegister* r = a->reg;
+    ScnScript::pushEnvironment(L, r->processor()->environment());
+    if (!lua_istable(L, -1)) return 0;
+    int env = lua_gettop(L);
+    if (a->restore) lua_getfield(L, env, "event");  // the old value, restored after the call
+    ScnLua::pushNode(L, a->node);
+    lua_setfield(L, env, "event");
+    if (!ScnScript::runFunction(L, r->functions(), a->index, r->functionTable(), &a->message) &&
+        r->functions().getError(a->index))
+        a->failed = true;
+    if (a->restore) lua_setfield(L, env, "event");  // nested events see their own `event` again
+    return 0;
+}
+
+}  // namespace
+
+void CmdRegister::run(int index, ScnNode* node, bool restore)
+{
+    lua_State* L = AppGlobal::luaState();
+    int top = lua_gettop(L);
+    FireArgs a{this, index, node, restore, {}};
+    if (ScnLua::pcall(L, fireBody, &a) != 0) {
+        const char* msg = lua_type(L, -1) == LUA_TSTRING ? lua_tostring(L, -1) : "(error object is not a string)";
+        report(msg);
+    } else if (a.failed) {
+        report(a.message.c_str());
+    }
+    lua_settop(L, top);
+}
+
 void CmdRegister::fire(int index, ScnNode* node)
 {
     lua_State* L = AppGlobal::luaState();
     if (!L || m_tableRef == -1 || index < 0 || index >= m_functions->count()) return;
     if (m_functions->getError(index) || m_functions->getLuaRef(index) == -1) return;
-    int top = lua_gettop(L);
-    ScnScript::pushEnvironment(L, m_processor->environment());
-    if (!lua_istable(L, -1)) {
-        lua_settop(L, top);
-        return;
-    }
-    int env = lua_gettop(L);
-    lua_getfield(L, env, "event");  // the old value, restored after the call
-    ScnLua::pushNode(L, node);
-    lua_setfield(L, env, "event");
-    std::string message;
-    if (!ScnScript::runFunction(L, *m_functions, index, m_tableRef, &message) && m_functions->getError(index))
-        report(message.c_str());
-    lua_setfield(L, env, "event");  // nested events see their own `event` again
-    lua_settop(L, top);
+    run(index, node, true);
 }
 
 void CmdRegister::onTime()
@@ -134,18 +167,8 @@ void CmdRegister::onTime()
     lua_State* L = AppGlobal::luaState();
     if (!L || m_tableRef == -1 || m_functions->count() <= RtnRegister::OnTime) return;
     if (m_functions->getError(RtnRegister::OnTime) || m_functions->getLuaRef(RtnRegister::OnTime) == -1) return;
-    int top = lua_gettop(L);
-    ScnScript::pushEnvironment(L, m_processor->environment());
-    if (lua_istable(L, -1)) {
-        // `event` is the oldest token, and stays set after the call.
-        ScnLua::pushNode(L, m_tokens.first());
-        lua_setfield(L, -2, "event");
-        std::string message;
-        if (!ScnScript::runFunction(L, *m_functions, RtnRegister::OnTime, m_tableRef, &message) &&
-            m_functions->getError(RtnRegister::OnTime))
-            report(message.c_str());
-    }
-    lua_settop(L, top);
+    // `event` is the oldest token, and stays set after the call.
+    run(RtnRegister::OnTime, m_tokens.first(), false);
 }
 
 // -- processors -------------------------------------------------------------------
@@ -244,7 +267,7 @@ CmdApplication::CmdApplication(RtnApplication* app) : design(app)
         if (auto* p = dynamic_cast<CmdProcessor*>(n)) p->application = this;
     create(nullptr);
     update(nullptr);
-    for (int i = 0; ScnNode* n = app->scripts.node.getChild(i); ++i)
+    for (ScnNode* n = app->scripts.node.firstChild(); n; n = n->next())
         if (auto* p = dynamic_cast<RtnProcessor*>(n)) p->runGlobalScript();
     app->linkTwin(this);
 }
@@ -257,14 +280,16 @@ CmdApplication::~CmdApplication()
     }
 }
 
+// A run-time tree is never copied: asking for a copy is a fault of the caller.
 ScnNode* CmdApplication::instantiate()
 {
-    throw std::logic_error("Should not be called");
+    LogStream(Channels::error(), "application") << "a run-time tree cannot be copied";
+    return nullptr;
 }
 
 ScnNode* CmdApplication::duplicate()
 {
-    throw std::logic_error("Should not be called");
+    return instantiate();
 }
 
 ScnNode* CmdApplication::getChild(int index)
@@ -317,7 +342,7 @@ void CmdApplication::destroy(ScnNode* start)
 
 void CmdApplication::destroyTree()
 {
-    for (int i = 0; ScnNode* n = design->scripts.node.getChild(i); ++i) {
+    for (ScnNode* n = design->scripts.node.firstChild(); n; n = n->next()) {
         auto* p = dynamic_cast<RtnProcessor*>(n);
         auto* cp = p ? dynamic_cast<CmdProcessor*>(p->twin()) : nullptr;
         if (!cp) continue;

@@ -57,6 +57,8 @@ protected:
 private:
     void onTokenEvent(int index, ScnNode* token);
     void report(const char* message);
+    // Sets `event` and runs one function, all under protection.
+    void run(int index, ScnNode* node, bool restore);
 
     CmdProcessor* m_processor;
     int m_index;

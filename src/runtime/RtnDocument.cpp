@@ -29,15 +29,15 @@ std::string pathOf(const std::string& fileName)
 template <class F>
 void forEachProcessor(RtnApplication& app, F f)
 {
-    for (int i = 0; ScnNode* n = app.scripts.node.getChild(i); ++i)
+    for (ScnNode* n = app.scripts.node.firstChild(); n; n = n->next())
         if (auto* p = dynamic_cast<RtnProcessor*>(n)) f(*p);
 }
 
 template <class F>
 void forEachProcessorBackwards(RtnApplication& app, F f)
 {
-    for (int i = app.scripts.node.childCount() - 1; i >= 0; --i)
-        if (auto* p = dynamic_cast<RtnProcessor*>(app.scripts.node.getChild(i))) f(*p);
+    for (ScnNode* n = app.scripts.node.children.last(); n; n = n->prev())
+        if (auto* p = dynamic_cast<RtnProcessor*>(n)) f(*p);
 }
 
 }  // namespace
@@ -67,6 +67,8 @@ bool RtnDocument::open(const std::string& fileName, std::string& error)
 
 void RtnDocument::load(std::unique_ptr<RtnApplication> app, const std::string& fileName)
 {
+    // Global texts and load-time OnDeposit may draw or make GL objects.
+    GlScope gl;
     if (chdir(AppGlobal::projectPath().c_str()) != 0) {
         // The workspace went away; the document still opens.
     }
@@ -181,7 +183,7 @@ void RtnDocument::close()
     sel.clearProcessor();
     sel.clearApplication();
     destroyRuntime();
-    if (lua_State* L = AppGlobal::luaState()) lua_gc(L, LUA_GCCOLLECT, 0);
+    ScnLua::collect(AppGlobal::luaState(), LUA_GCCOLLECT, 0);
     m_ticker.restart();
     forEachProcessor(*m_app, [](RtnProcessor& p) {
         for (int r = 0; r < RtnProcessor::kRegisters; ++r)
@@ -200,6 +202,7 @@ void RtnDocument::close()
 void RtnDocument::reset()
 {
     if (!m_app) return;
+    GlScope gl;  // as at load: scripts run with the context current
     RtnSelection& sel = RtnSelection::instance();
     sel.beginRebuild();
     removeTokens(true);  // OnRemove runs with the old tree alive
@@ -207,7 +210,7 @@ void RtnDocument::reset()
     if (chdir(AppGlobal::projectPath().c_str()) != 0) {
         // Nothing to do: the workspace is gone, the rebuild goes on.
     }
-    if (lua_State* L = AppGlobal::luaState()) lua_gc(L, LUA_GCCOLLECT, 0);
+    ScnLua::collect(AppGlobal::luaState(), LUA_GCCOLLECT, 0);
     m_ticker.restart();
     ScnScene::clearColourToBlack();
     runGlobalScript();

@@ -2,6 +2,7 @@
 
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
+#include "runtime/ScnScriptEnv.h"
 
 namespace {
 
@@ -171,14 +172,6 @@ int setGlobalBody(lua_State* L)
     return 0;
 }
 
-bool protectedCall(lua_State* L, lua_CFunction body, void* args, const char* source)
-{
-    if (!L) return false;
-    if (lua_cpcall(L, body, args) == 0) return true;
-    ScnLua::reportFailure(L, source);
-    return false;
-}
-
 const char* sourceOf(const ScnNode* node)
 {
     return node ? node->getName().c_str() : "";
@@ -327,6 +320,71 @@ void installHooks()
 void noteClassRef(int ref)
 {
     if (g_classRefCount < static_cast<int>(ScnNodeRegistry::kMaxTypes)) g_classRefs[g_classRefCount++] = ref;
+}
+
+namespace {
+
+struct CacheArgs {
+    lua_CFunction body;
+};
+
+// Makes the C function of a body once and keeps it under the body's address.
+int cacheBody(lua_State* L)
+{
+    const auto* a = static_cast<const CacheArgs*>(lua_touserdata(L, 1));
+    lua_pushlightuserdata(L, reinterpret_cast<void*>(a->body));
+    lua_pushcfunction(L, a->body);
+    lua_rawset(L, LUA_REGISTRYINDEX);
+    return 0;
+}
+
+struct GcArgs {
+    int what, data;
+    int result;
+};
+
+int gcBody(lua_State* L)
+{
+    auto* a = static_cast<GcArgs*>(lua_touserdata(L, 1));
+    a->result = lua_gc(L, a->what, a->data);
+    return 0;
+}
+
+}  // namespace
+
+int pcall(lua_State* L, lua_CFunction body, void* args)
+{
+    lua_pushlightuserdata(L, reinterpret_cast<void*>(body));
+    lua_rawget(L, LUA_REGISTRYINDEX);
+    if (!lua_isfunction(L, -1)) {
+        lua_pop(L, 1);
+        CacheArgs c{body};
+        if (int rc = lua_cpcall(L, cacheBody, &c)) return rc;
+        lua_pushlightuserdata(L, reinterpret_cast<void*>(body));
+        lua_rawget(L, LUA_REGISTRYINDEX);
+    }
+    lua_pushlightuserdata(L, args);
+    return lua_pcall(L, 1, 0, 0);
+}
+
+bool protectedCall(lua_State* L, lua_CFunction body, void* args, const char* source)
+{
+    if (!L) return false;
+    if (pcall(L, body, args) == 0) return true;
+    reportFailure(L, source);
+    return false;
+}
+
+bool collect(lua_State* L, int what, int data)
+{
+    if (!L) return false;
+    GcArgs a{what, data, 0};
+    if (pcall(L, gcBody, &a) == 0) return true;
+    const char* msg = lua_type(L, -1) == LUA_TSTRING ? lua_tostring(L, -1) : "(error object is not a string)";
+    std::string chunk = ScnScript::parseError(msg).chunk;
+    LogStream(Channels::scriptError(), chunk.empty() ? "collect" : chunk.c_str()) << msg;
+    lua_pop(L, 1);
+    return false;
 }
 
 void reportFailure(lua_State* L, const char* source)

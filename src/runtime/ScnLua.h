@@ -202,6 +202,17 @@ struct GcPause {
     ~GcPause();
 };
 
+// Runs body(L) with `args` as its one argument (a light userdata at index 1)
+// under lua_pcall. Unlike lua_cpcall it allocates nothing after the first
+// call for a body: the C function is made once per state and kept in the
+// registry. Returns 0, or the error code with the message on the stack.
+int pcall(lua_State* L, lua_CFunction body, void* args);
+// pcall, with a failure's message written to the error channel under `source`.
+bool protectedCall(lua_State* L, lua_CFunction body, void* args, const char* source);
+// lua_gc under protection: a finaliser that raises is reported on the script
+// error channel, under the chunk its message names, and the run goes on.
+bool collect(lua_State* L, int what, int data);
+
 // Opens a script module in a protected call of its own: a failing one is
 // reported on the error channel and the other modules still open.
 void openModule(lua_CFunction open, const char* name);

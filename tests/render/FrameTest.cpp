@@ -2,6 +2,9 @@
 // shader reaches which node, the display step through a framebuffer, the
 // render queue, the world's event pass, the gl module, and a walk that
 // allocates nothing.
+#include <EGL/egl.h>
+
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -318,4 +321,38 @@ TEST_F(Render, GlModuleDrivesTheContextFromScripts)
     glDisable(GL_BLEND);
     glClearColor(0, 0, 0, 0);
     glDepthFunc(GL_LESS);
+}
+
+namespace {
+
+// True when some GL context is current on this thread at the moment of the call.
+int luaGlCurrent(lua_State* L)
+{
+    lua_pushboolean(L, eglGetCurrentContext() != EGL_NO_CONTEXT);
+    return 1;
+}
+
+}  // namespace
+
+TEST_F(Frame, GlobalTextsAndLoadTimeDepositRunWithTheContextCurrent)
+{
+    lua_register(AppGlobal::luaState(), "glCurrent", luaGlCurrent);
+    ASSERT_EQ(eglGetCurrentContext(), EGL_NO_CONTEXT) << "the test must start with no context current";
+    RtnApplication app;
+    app.luaglobal = "print('application ' .. tostring(glCurrent()))";
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    p->luaglobal = "print('processor ' .. tostring(glCurrent()))";
+    RtnRegister* r = p->createRegister(0);
+    r->functions.setCode(RtnRegister::OnDeposit, "print('deposit ' .. tostring(glCurrent()))");
+    r->deposit(&app.openGL.node);
+    std::string error;
+    RtnMFRef::s_root = &app;
+    ASSERT_TRUE(app.writeFile(m_ws / "current.3Dm", error)) << error;
+    RtnMFRef::s_root = nullptr;
+    ASSERT_TRUE(m_doc.open("current.3Dm", error)) << error;
+    EXPECT_EQ(drain(), (Lines{"(script): application true", "(script): processor true", "(script): deposit true"}));
+    m_doc.reset();
+    Lines again = drain();
+    EXPECT_NE(std::find(again.begin(), again.end(), "(script): processor true"), again.end());
+    EXPECT_EQ(eglGetCurrentContext(), EGL_NO_CONTEXT);
 }

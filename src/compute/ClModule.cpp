@@ -145,6 +145,7 @@ int clSetKernelArgL(lua_State* L)
         checkValid(L, m);
         oclLastError = clSetKernelArg(k->handle(), index, sizeof(cl_mem), &m->mem);
         check(L, "clSetKernelArg", k);
+        k->noteArgument(index, m);
         return 0;
     }
     if (!lua_isnumber(L, 3)) return luaL_typerror(L, 3, "buffer object");
@@ -152,6 +153,7 @@ int clSetKernelArgL(lua_State* L)
         // A __local argument: the size only.
         oclLastError = clSetKernelArg(k->handle(), index, numberArg(L, 3, "buffer object"), nullptr);
         check(L, "clSetKernelArg", k);
+        k->noteArgument(index, nullptr);
         return 0;
     }
     const lua_Number code = lua_tonumber(L, 3);
@@ -191,10 +193,21 @@ int clSetKernelArgL(lua_State* L)
     }
     oclLastError = clSetKernelArg(k->handle(), index, clTypeSize(c), value);
     check(L, "clSetKernelArg", k);
+    k->noteArgument(index, nullptr);
     return 0;
 }
 
 // ---------------------------------------------------------------- launches
+
+// A launch with a memory argument whose object was rebuilt or released since
+// it was set would hand the driver a dead handle.
+void checkArguments(lua_State* L, oclKernel* k)
+{
+    const int stale = k->staleArgument();
+    if (stale >= 0)
+        luaL_error(L, "%s: argument %d names a memory object that was rebuilt or released; set it again",
+                   k->name(), stale);
+}
 
 int clEnqueueNDRangeKernelL(lua_State* L)
 {
@@ -211,6 +224,7 @@ int clEnqueueNDRangeKernelL(lua_State* L)
             return luaL_argerror(L, 1, "local worksize array size < workdim");
         local = s_local;
     }
+    checkArguments(L, k);
     cl_command_queue q = queueOf(contextOf(k));
     if (!q) return 0;
     oclLastError = clEnqueueNDRangeKernel(q, k->handle(), dim, nullptr, s_global, local, 0, nullptr, k->prepareEvent());
@@ -221,6 +235,7 @@ int clEnqueueNDRangeKernelL(lua_State* L)
 int clEnqueueTaskL(lua_State* L)
 {
     oclKernel* k = checkA<oclKernel>(L, 1, "cl_kernel");
+    checkArguments(L, k);
     cl_command_queue q = queueOf(contextOf(k));
     if (!q) return 0;
     oclLastError = clEnqueueTask(q, k->handle(), 0, nullptr, k->prepareEvent());

@@ -207,6 +207,8 @@ private:
     std::string m_ownName;
 };
 
+class oclMem;
+
 class oclKernel : public oclObject {
 public:
     // Takes its own reference to `kernel`; a null handle gives an inert object.
@@ -223,8 +225,23 @@ public:
     uint64_t startTime();
     uint64_t endTime();
 
+    // The kernel keeps a raw cl_mem per memory argument, and a rebuilt or
+    // released object leaves it dangling: the arguments are remembered as
+    // set, so that a launch can be refused instead of reaching the driver.
+    // `object` null: argument `index` is no memory object now.
+    void noteArgument(cl_uint index, const oclMem* object);
+    // The first memory argument whose object is gone or has another handle
+    // since it was set, or -1.
+    int staleArgument() const;
+
 private:
     uint64_t eventTime(cl_profiling_info what, uint64_t& store);
+
+    struct MemArgument {
+        const oclMem* object = nullptr;
+        cl_mem handle = nullptr;
+    };
+    std::vector<MemArgument> m_memArguments;
 
     oclProgram* m_program;
     cl_kernel m_kernel = nullptr;

@@ -131,6 +131,24 @@ oclKernel::~oclKernel()
     if (m_event) clReleaseEvent(m_event);
 }
 
+void oclKernel::noteArgument(cl_uint index, const oclMem* object)
+{
+    if (index >= m_memArguments.size()) {
+        if (!object) return;
+        m_memArguments.resize(index + 1);
+    }
+    m_memArguments[index] = MemArgument{object, object ? object->mem : nullptr};
+}
+
+int oclKernel::staleArgument() const
+{
+    for (size_t i = 0; i < m_memArguments.size(); ++i) {
+        const MemArgument& a = m_memArguments[i];
+        if (a.object && (!oclObject::isLive(a.object) || a.object->mem != a.handle)) return static_cast<int>(i);
+    }
+    return -1;
+}
+
 cl_event* oclKernel::prepareEvent()
 {
     if (!m_profiling) {

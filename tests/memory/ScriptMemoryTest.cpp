@@ -477,3 +477,43 @@ TEST_F(ScriptMemory, ImageNodesReportTheirSizesAndResizeTheirObjects)
     EXPECT_EQ(live<OclImage2D>("clImage2D")->dim0.value, "8") << "setSize leaves the expression";
     EXPECT_EQ(live<OclImage2D>("clImage2D")->object()->dim(0), 16u);
 }
+
+TEST_F(ScriptMemory, AKernelArgumentOfARebuiltBufferFailsTheLaunchUntilSetAgain)
+{
+    open("", {floatBuffer("8")});
+    ASSERT_EQ(run("P = OpenCL.clPlatform\n"
+                  "k = P.clProgram:getKernel('squares')\n"
+                  "b = P.clBuffer:getBuffer()\n"
+                  "cl.clSetKernelArg(k, 0, b)\n"
+                  "P.clBuffer:setSize(16)\n"),
+              "");
+    // The argument still names the released object: refused, not launched.
+    std::string e = run("cl.clEnqueueNDRangeKernel(k, 1, {8})");
+    EXPECT_NE(e.find("argument 0 names a memory object that was rebuilt or released; set it again"),
+              std::string::npos)
+        << e;
+    e = run("cl.clEnqueueTask(k)");
+    EXPECT_NE(e.find("argument 0"), std::string::npos) << e;
+
+    // Set again with the new object, the launch runs on the new buffer.
+    ASSERT_EQ(run("b = P.clBuffer:getBuffer()\n"
+                  "mem.map(b, mem.WRITE)\n"
+                  "for i = 0, 15 do mem.set(b, i, i) end\n"
+                  "mem.unmap(b)\n"
+                  "cl.clSetKernelArg(k, 0, b)\n"
+                  "cl.clEnqueueNDRangeKernel(k, 1, {16})\n"
+                  "mem.map(b, mem.READ)\n"
+                  "result = mem.get(b, 15)\n"
+                  "mem.unmap(b)\n"),
+              "");
+    EXPECT_EQ(result(), 225);
+
+    // A memory argument replaced by a __local size is no memory argument any more.
+    ASSERT_EQ(run("k2 = P.clProgram:getKernel('scratch')\n"
+                  "cl.clSetKernelArg(k2, 0, b)\n"
+                  "cl.clSetKernelArg(k2, 1, 4)\n"
+                  "P.clBuffer:setSize(4)\n"
+                  "cl.clSetKernelArg(k2, 0, P.clBuffer:getBuffer())\n"
+                  "cl.clEnqueueNDRangeKernel(k2, 1, {1})\n"),
+              "");
+}

@@ -176,12 +176,7 @@ void OclImage2D::addLuaMethods(ScnLuaClass<OclImage2D>& c)
     c.add("getBuffer", &OclImage2D::luaGetBuffer);
     c.add("dim", &OclImage2D::luaDim);
     c.add("setSize", &OclImage2D::luaSetSize);
-    c.add("getFrameCount", &OclImage2D::luaGetFrameCount);
-    c.add("setFrame", &OclImage2D::luaSetFrame);
-    c.add("getFrame", &OclImage2D::luaNoResult);
-    c.add("play", &OclImage2D::luaNoResult);
-    c.add("stop", &OclImage2D::luaNoResult);
-    c.add("isPlaying", &OclImage2D::luaNoResult);
+    // The frame methods (getFrameCount, setFrame, play, ...) come with file sources.
 }
 
 int OclImage2D::luaDim(lua_State* L)
@@ -201,24 +196,6 @@ int OclImage2D::luaSetSize(lua_State* L)
     dim1.number = static_cast<int>(h);
     if (m_object && m_object->resize(w, h, nullptr)) return 0;
     return luaL_error(L, "unable to resize buffer to (%d,%d)", static_cast<int>(w), static_cast<int>(h));
-}
-
-// File sources (video, image) are what give frames; a plain one has none.
-int OclImage2D::luaGetFrameCount(lua_State* L)
-{
-    lua_pushnumber(L, 0);
-    return 1;
-}
-
-int OclImage2D::luaSetFrame(lua_State* L)
-{
-    if (!lua_isnumber(L, 1)) return luaL_argerror(L, 1, "positive number expected");
-    return 0;
-}
-
-int OclImage2D::luaNoResult(lua_State*)
-{
-    return 0;
 }
 
 // ---------------------------------------------------------------- 3D images

@@ -76,9 +76,6 @@ public:
     static void addLuaMethods(ScnLuaClass<OclImage2D>& c);
     int luaDim(lua_State* L);
     int luaSetSize(lua_State* L);
-    int luaGetFrameCount(lua_State* L);
-    int luaSetFrame(lua_State* L);
-    int luaNoResult(lua_State* L);
 
 protected:
     void build() override;

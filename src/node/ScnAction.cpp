@@ -249,7 +249,8 @@ void ScnActionCreate::visit(ScnNode* node)
     node->onCreate(*this);
     ScnNode* parent = node->parent();
     if (!node->pathLink && parent && parent->getLuaRef() && g_scnScriptHooks.bindName)
-        g_scnScriptHooks.bindName(parent, node);
+        g_scnScriptHooks.bindName(parent, node, m_bound);
+    if (!node->pathLink) m_bound = true;
 }
 
 void ScnActionDestroy::visit(ScnNode* node)

@@ -127,6 +127,11 @@ public:
 
 protected:
     void visit(ScnNode* node) override;
+
+private:
+    // The first node bound by this action may have siblings that were bound
+    // earlier; every later one follows its siblings in list order.
+    bool m_bound = false;
 };
 
 class ScnActionDestroy : public ScnAction {

@@ -68,8 +68,11 @@ struct ScnScriptHooks {
     // Drops a node's userdata when the node is destroyed; a script that kept
     // it holds a dead value afterwards.
     void (*releaseObject)(ScnNode* node) = nullptr;
-    // parent.<child's name> = child, in the parent's instance table.
-    void (*bindName)(ScnNode* parent, ScnNode* child) = nullptr;
+    // parent.<child's name> = child, in the parent's instance table, unless
+    // an earlier sibling of that name holds it: the first sibling wins, as
+    // with findChild. `inOrder`: the siblings before `child` were bound in
+    // this same walk, so a sibling holding the name is known to be earlier.
+    void (*bindName)(ScnNode* parent, ScnNode* child, bool inOrder) = nullptr;
     // parent.<child's name> = nil.
     void (*unbindName)(ScnNode* parent, ScnNode* child) = nullptr;
     // Moves the parent's entry from the old name to the node's present name.

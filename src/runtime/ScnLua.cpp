@@ -100,6 +100,7 @@ struct NameArgs {
     ScnNode* parent;
     ScnNode* child;
     const std::string* oldName;  // rename only
+    bool inOrder = false;        // bind only
 };
 
 void pushName(lua_State* L, const std::string& name)
@@ -121,7 +122,17 @@ int bindBody(lua_State* L)
 {
     const auto* a = static_cast<const NameArgs*>(lua_touserdata(L, 1));
     if (!pushParentAndChild(L, a)) return 0;
-    pushName(L, a->child->getName());
+    pushName(L, a->child->getName());  // 5
+    lua_pushvalue(L, 5);
+    lua_rawget(L, 3);  // 6: present entry
+    ScnNode* holder = ScnLua::toNode(L, 6);
+    lua_pop(L, 1);
+    if (holder && holder != a->child && holder->parent() == a->parent) {
+        // Two siblings of one name: the first keeps it.
+        if (a->inOrder) return 0;
+        for (ScnNode* n = a->child->prev(); n; n = n->prev())
+            if (n == holder) return 0;
+    }
     lua_pushvalue(L, 4);
     lua_rawset(L, 3);
     return 0;
@@ -179,7 +190,10 @@ const char* sourceOf(const ScnNode* node)
 
 void hookCreate(ScnNode* node) { ScnLua::createLuaObject(AppGlobal::luaState(), node); }
 void hookRelease(ScnNode* node) { ScnLua::releaseLuaObject(AppGlobal::luaState(), node); }
-void hookBind(ScnNode* parent, ScnNode* child) { ScnLua::bindName(AppGlobal::luaState(), parent, child); }
+void hookBind(ScnNode* parent, ScnNode* child, bool inOrder)
+{
+    ScnLua::bindName(AppGlobal::luaState(), parent, child, inOrder);
+}
 void hookUnbind(ScnNode* parent, ScnNode* child) { ScnLua::unbindName(AppGlobal::luaState(), parent, child); }
 void hookRename(ScnNode* node, const std::string& oldName) { ScnLua::rename(AppGlobal::luaState(), node, oldName); }
 
@@ -275,10 +289,10 @@ void releaseLuaObject(lua_State* L, ScnNode* node)
     protectedCall(L, releaseBody, node, sourceOf(node));
 }
 
-bool bindName(lua_State* L, ScnNode* parent, ScnNode* child)
+bool bindName(lua_State* L, ScnNode* parent, ScnNode* child, bool inOrder)
 {
     if (!parent || !child) return false;
-    NameArgs a{parent, child, nullptr};
+    NameArgs a{parent, child, nullptr, inOrder};
     return protectedCall(L, bindBody, &a, sourceOf(child));
 }
 

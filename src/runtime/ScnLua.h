@@ -60,8 +60,9 @@ bool createLuaObject(lua_State* L, ScnNode* node);
 // dynamic class is already gone: the class table is then found by the block.
 void releaseLuaObject(lua_State* L, ScnNode* node);
 
-// parent.<child's name> = child, in the parent's instance table.
-bool bindName(lua_State* L, ScnNode* parent, ScnNode* child);
+// parent.<child's name> = child, in the parent's instance table, unless an
+// earlier sibling holds that name (see ScnScriptHooks::bindName).
+bool bindName(lua_State* L, ScnNode* parent, ScnNode* child, bool inOrder = false);
 // Clears parent.<child's name> if it still holds this child: a sibling of the
 // same name that was bound later keeps its entry.
 bool unbindName(lua_State* L, ScnNode* parent, ScnNode* child);

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <lua.hpp>
+
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
 #include "runtime/CmdNodes.h"
@@ -130,4 +132,41 @@ TEST_F(Document, ViewpointsStoreAndRecallTheCamera)
     cam->worldMatrix = ScnMatrix16::translation(7, 0, 0);
     ASSERT_TRUE(app->recallViewpoint(4, true));
     EXPECT_EQ(app->viewpoints.values[4].m[12], 7);
+}
+
+TEST_F(Document, OfSiblingsWithOneNameTheFirstIsReachedByNameAsByFindChild)
+{
+    RtnApplication app;
+    for (const char* n : {"dup", "other", "dup", "dup"}) {
+        auto* g = new ScnGroup();
+        g->name = n;
+        app.openGL.node.append(g);
+    }
+    std::string error;
+    ASSERT_TRUE(app.writeFile(m_ws / "dups.3Dm", error)) << error;
+    ASSERT_TRUE(m_doc.open("dups.3Dm", error)) << error;
+    lua_State* L = AppGlobal::luaState();
+    ASSERT_EQ(luaL_dostring(L, "r1 = rawequal(OpenGL.dup, OpenGL:getChild(0))\n"
+                               "r2 = rawequal(OpenGL.other, OpenGL:getChild(1))"),
+              0)
+        << lua_tostring(L, -1);
+    lua_getglobal(L, "r1");
+    lua_getglobal(L, "r2");
+    EXPECT_TRUE(lua_toboolean(L, -2));
+    EXPECT_TRUE(lua_toboolean(L, -1));
+    lua_pop(L, 2);
+    ScnNode* world = m_doc.runtime()->branch(CmdApplication::World);
+    EXPECT_EQ(world->findChild("dup"), world->getChild(0));
+
+    // A node added in front later, by a walk of its own, takes the name too.
+    auto* front = new ScnGroup();
+    front->name = "dup";
+    ScnNode* frontTwin = front->instantiate();
+    m_doc.application()->openGL.node.addFirst(front);
+    static_cast<ScnGroup*>(world)->addFirst(frontTwin);
+    m_doc.runtime()->create(frontTwin);
+    ASSERT_EQ(luaL_dostring(L, "r1 = rawequal(OpenGL.dup, OpenGL:getChild(0))"), 0);
+    lua_getglobal(L, "r1");
+    EXPECT_TRUE(lua_toboolean(L, -1));
+    lua_pop(L, 1);
 }

@@ -325,8 +325,8 @@ TEST_F(ScriptBridgeTest, NamesFollowCreateRenameAndDestroy)
     EXPECT_EQ(eval(L, "OpenGL.scene:getChild(0).hub"), "nil");
     EXPECT_EQ(eval(L, "OpenGL.scene.axle"), "ScnNode (axle)");  // the siblings are untouched
 
-    // Two siblings of one name: the last bound wins, and unbinding the
-    // shadowed one leaves the winner in place.
+    // A rename takes the name whatever its siblings are called; unbinding
+    // a shadowed sibling leaves the holder in place.
     ScnNode* first = scene->getChild(0);
     ScnNode* second = scene->getChild(1);
     first->setName("twin");
@@ -336,8 +336,12 @@ TEST_F(ScriptBridgeTest, NamesFollowCreateRenameAndDestroy)
     EXPECT_EQ(eval(L, "rawequal(OpenGL.scene.twin, OpenGL.scene:getChild(1))"), "true");
     g_scnScriptHooks.unbindName(scene, second);
     EXPECT_EQ(eval(L, "OpenGL.scene.twin"), "nil");
-    g_scnScriptHooks.bindName(scene, first);
-    EXPECT_EQ(eval(L, "OpenGL.scene.twin"), "ScnGroup (twin)");
+    // Binding the later sibling first, then the earlier: the first in the list wins.
+    g_scnScriptHooks.bindName(scene, second, false);
+    g_scnScriptHooks.bindName(scene, first, false);
+    EXPECT_EQ(eval(L, "rawequal(OpenGL.scene.twin, OpenGL.scene:getChild(0))"), "true");
+    g_scnScriptHooks.bindName(scene, second, false);
+    EXPECT_EQ(eval(L, "rawequal(OpenGL.scene.twin, OpenGL.scene:getChild(0))"), "true");
 }
 
 TEST_F(ScriptBridgeTest, AReleasedNodesUserdataFailsInsteadOfReachingFreedMemory)

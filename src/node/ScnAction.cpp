@@ -246,11 +246,14 @@ void ScnActionBoxes::walk(ScnNode* node, int mask)
 
 void ScnActionCreate::visit(ScnNode* node)
 {
+    // Every node after the first one off the path has its earlier siblings
+    // visited before it in this walk.
+    const bool inOrder = m_bound;
+    if (!node->pathLink) m_bound = true;
     node->onCreate(*this);
     ScnNode* parent = node->parent();
     if (!node->pathLink && parent && parent->getLuaRef() && g_scnScriptHooks.bindName)
-        g_scnScriptHooks.bindName(parent, node, m_bound);
-    if (!node->pathLink) m_bound = true;
+        g_scnScriptHooks.bindName(parent, node, inOrder);
 }
 
 void ScnActionDestroy::visit(ScnNode* node)

@@ -124,6 +124,11 @@ protected:
 class ScnActionCreate : public ScnAction {
 public:
     explicit ScnActionCreate(void* clContext = nullptr) { context = clContext; }
+    void apply(ScnNode* node) override
+    {
+        m_bound = false;
+        ScnAction::apply(node);
+    }
 
 protected:
     void visit(ScnNode* node) override;

@@ -153,62 +153,26 @@ Bytes payloadOf(const ClassSpec& s, bool altered)
     return p.bytes;
 }
 
-// Sets every stored field of `n` to the altered value, by field name.
+// Sets every stored field of `n`, found by its name, to the altered value:
+// each field reads exactly the bytes that the data model gives it.
+void setField(ScnNode& n, const char* name, const Bytes& bytes)
+{
+    ScnField* field = n.findField(name);
+    ASSERT_NE(field, nullptr) << name;
+    ScnInStream in(bytes);
+    field->read(in);
+    EXPECT_TRUE(!in.failed() && in.atEnd()) << name << " does not take " << bytes.size() << " bytes";
+}
+
 void alter(ScnNode& n, const ClassSpec& s)
 {
     n.name = "altered";
-    auto* pos = dynamic_cast<ScnSFVec3f*>(n.findField("position"));
-    auto* size = dynamic_cast<ScnSFVec3f*>(n.findField("size"));
-    ASSERT_TRUE(pos && size) << s.cls;
-    *pos = ScnVec3{12.5, -40, 3};
-    *size = ScnVec3{333, 44, 1};
+    setField(n, "position", Payload().vec(12.5, -40, 3).bytes);
+    setField(n, "size", Payload().vec(333, 44, 1).bytes);
     for (const FieldSpec& f : s.fields) {
-        ScnField* field = n.findField(f.name);
-        ASSERT_NE(field, nullptr) << s.cls << "." << f.name;
-        switch (f.kind) {
-        case Kind::Text: {
-            auto* t = dynamic_cast<ScnSFString*>(field);
-            ASSERT_TRUE(t) << f.name;
-            *t = std::string("alt ") + f.name;
-            break;
-        }
-        case Kind::Script: {
-            auto* t = dynamic_cast<ScnSFScript*>(field);
-            ASSERT_TRUE(t) << f.name;
-            *t = "2^9";
-            break;
-        }
-        case Kind::U32: {
-            auto* t = dynamic_cast<ScnSFUInt*>(field);
-            ASSERT_TRUE(t) << f.name;
-            *t = 0x12345678u;
-            break;
-        }
-        case Kind::F32: {
-            auto* t = dynamic_cast<ScnSFFloat*>(field);
-            ASSERT_TRUE(t) << f.name;
-            *t = 0.625f;
-            break;
-        }
-        case Kind::U16: {
-            auto* t = dynamic_cast<ScnSFUShort*>(field);
-            ASSERT_TRUE(t) << f.name;
-            *t = static_cast<unsigned short>(0xBEEF);
-            break;
-        }
-        case Kind::Format: {
-            auto* t = dynamic_cast<ScnSFImageFormat*>(field);
-            ASSERT_TRUE(t) << f.name;
-            *t = ScnImageFormat{0x10B6, 0x10DE};
-            break;
-        }
-        case Kind::Flags: {
-            auto* t = dynamic_cast<ScnSFTextureFlags*>(field);
-            ASSERT_TRUE(t) << f.name;
-            *t = ScnTextureFlags{{2, 3, 4, 5}};
-            break;
-        }
-        }
+        Payload p;
+        putField(p, f, true);
+        setField(n, f.name, p.bytes);
     }
 }
 

@@ -64,28 +64,28 @@ std::string difference(const Bytes& got, const Bytes& want)
 
 enum class Kind { Text, U32, F32, U16, Script, Format, Flags };
 
-struct FieldSpec {
+struct FieldLayout {
     Kind kind;
     const char* name;
     const char* text = "";  // default of Text and Script
     double number = 0;      // default of U32, F32, U16
 };
 
-struct ClassSpec {
+struct ClassLayout {
     const char* cls;
     bool group;
     const char* nodeName;
     double width, height;
-    std::vector<FieldSpec> fields;  // after position and size
+    std::vector<FieldLayout> fields;  // after position and size
     bool selectable = true;
     bool closeButton = false;
 };
 
 constexpr int c = 19;  // the cell size before any root sets one
 
-const std::vector<ClassSpec>& classes()
+const std::vector<ClassLayout>& classes()
 {
-    static const std::vector<ClassSpec> all = {
+    static const std::vector<ClassLayout> all = {
         {"GuiWindow", true, "window", 220, 220, {{Kind::U32, "style", "", 65535}, {Kind::Text, "label", "window"}}, true, true},
         {"GuiFileDialog", true, "filedialog", 400, 400, {{Kind::U32, "style", "", 2582}, {Kind::Text, "label", "window"}}, true, true},
         {"GuiCanvas",
@@ -121,7 +121,7 @@ Bytes defaultCloseButton()
     return Payload().str("button").vec(100, 100, 0).vec(4 * c + 4, c + 4, 0).str("").str("").bytes;
 }
 
-void putField(Payload& p, const FieldSpec& f, bool altered)
+void putField(Payload& p, const FieldLayout& f, bool altered)
 {
     switch (f.kind) {
     case Kind::Text: p.str(altered ? std::string("alt ") + f.name : f.text); break;
@@ -139,7 +139,7 @@ void putField(Payload& p, const FieldSpec& f, bool altered)
 
 // The payload of a node of the class: defaults, or the altered values that
 // alter() gives it.
-Bytes payloadOf(const ClassSpec& s, bool altered)
+Bytes payloadOf(const ClassLayout& s, bool altered)
 {
     Payload p;
     p.str(altered ? "altered" : s.nodeName);
@@ -148,7 +148,7 @@ Bytes payloadOf(const ClassSpec& s, bool altered)
         p.vec(12.5, -40, 3).vec(333, 44, 1);
     else
         p.vec(100, 100, 0).vec(s.width, s.height, 0);
-    for (const FieldSpec& f : s.fields) putField(p, f, altered);
+    for (const FieldLayout& f : s.fields) putField(p, f, altered);
     if (s.closeButton) p.append(defaultCloseButton());
     return p.bytes;
 }
@@ -164,12 +164,12 @@ void setField(ScnNode& n, const char* name, const Bytes& bytes)
     EXPECT_TRUE(!in.failed() && in.atEnd()) << name << " does not take " << bytes.size() << " bytes";
 }
 
-void alter(ScnNode& n, const ClassSpec& s)
+void alter(ScnNode& n, const ClassLayout& s)
 {
     n.name = "altered";
     setField(n, "position", Payload().vec(12.5, -40, 3).bytes);
     setField(n, "size", Payload().vec(333, 44, 1).bytes);
-    for (const FieldSpec& f : s.fields) {
+    for (const FieldLayout& f : s.fields) {
         Payload p;
         putField(p, f, true);
         setField(n, f.name, p.bytes);
@@ -196,7 +196,7 @@ Bytes objectFile(const ScnNode& n)
 TEST(WidgetLayout, FreshNodesGiveTheBytesOfTheirDefaults)
 {
     ASSERT_EQ(GuiDraw::cellSize(), c);
-    for (const ClassSpec& s : classes()) {
+    for (const ClassLayout& s : classes()) {
         std::unique_ptr<ScnNode> n = make(s.cls);
         ASSERT_STREQ(n->getType()->name, s.cls);
         // name, children for groups, position, size, then the class's own.
@@ -221,7 +221,7 @@ TEST(WidgetLayout, DefaultSizesCountInTheCellSizeOfTheirTime)
 
 TEST(WidgetLayout, EveryStoredFieldSurvivesAnObjectFileUnderItsOwnClass)
 {
-    for (const ClassSpec& s : classes()) {
+    for (const ClassLayout& s : classes()) {
         std::unique_ptr<ScnNode> n = make(s.cls);
         alter(*n, s);
         if (HasFatalFailure()) return;
@@ -246,7 +246,7 @@ TEST(WidgetLayout, WidgetTreeSurvivesAnApplicationFile)
 {
     RtnApplication app;
     GuiRoot& root = app.gui.node;
-    for (const ClassSpec& s : classes()) {
+    for (const ClassLayout& s : classes()) {
         ScnNode* n = ScnNodeRegistry::create(s.cls);
         alter(*n, s);
         root.append(n);

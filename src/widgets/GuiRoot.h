@@ -12,6 +12,11 @@ public:
     void onCreate(ScnAction& action) override;
     void onDestroy(ScnAction& action) override;
 
+    // OnSelect: the pass ended unhandled with something under the mouse.
+    static constexpr const char* kEvents[] = {"OnSelect"};
+    void addEvents(ScnMFFunction& functions) override;
+    void removeEvents(ScnMFFunction& functions) override;
+
     static ScnColor grey(float v) { return ScnColor{v, v, v, 1}; }
 
     ScnSFColor face3D{this, "3DFACE", grey(0.941176f)};

@@ -1,0 +1,108 @@
+// The leaf controls: push controls, text controls, value controls and the
+// list box. Each class's fields follow `position` and `size` in the order
+// declared here, which is their order in a file.
+#pragma once
+
+#include "widgets/GuiComponent.h"
+
+class GuiButton : public GuiComponent<ScnNode> {
+    SCN_NODE(GuiButton, GuiComponent<ScnNode>)
+public:
+    GuiButton();
+    ScnSFString text{this, "Text"};
+    // Name of a picture that replaces the face.
+    ScnSFString image{this, "Image"};
+
+    static constexpr const char* kEvents[] = {"OnDown", "OnUp", "OnPressed"};
+    void addEvents(ScnMFFunction& functions) override;
+    void removeEvents(ScnMFFunction& functions) override;
+};
+
+class GuiCheckbox : public GuiComponent<ScnNode> {
+    SCN_NODE(GuiCheckbox, GuiComponent<ScnNode>)
+public:
+    GuiCheckbox();
+    ScnSFString label{this, "label", "check"};
+
+    static constexpr const char* kEvents[] = {"OnCheck", "OnClear"};
+    void addEvents(ScnMFFunction& functions) override;
+    void removeEvents(ScnMFFunction& functions) override;
+};
+
+// Its caption is the node's name.
+class GuiRadioButton : public GuiComponent<ScnNode> {
+    SCN_NODE(GuiRadioButton, GuiComponent<ScnNode>)
+public:
+    GuiRadioButton();
+
+    void addEvents(ScnMFFunction& functions) override;
+    void removeEvents(ScnMFFunction& functions) override;
+};
+
+class GuiLabel : public GuiComponent<ScnNode> {
+    SCN_NODE(GuiLabel, GuiComponent<ScnNode>)
+public:
+    GuiLabel();
+    ScnSFString text{this, "Text"};
+    // Bit 1: the background is filled.
+    ScnSFUInt style{this, "style", 1};
+};
+
+class GuiInput : public GuiComponent<ScnNode> {
+    SCN_NODE(GuiInput, GuiComponent<ScnNode>)
+public:
+    GuiInput();
+    ScnSFString text{this, "Text"};
+    ScnSFUInt style{this, "style", 1};
+
+    static constexpr const char* kEvents[] = {"OnEnter"};
+    void addEvents(ScnMFFunction& functions) override;
+    void removeEvents(ScnMFFunction& functions) override;
+};
+
+// A read-only text pane.
+class GuiText : public GuiComponent<ScnNode> {
+    SCN_NODE(GuiText, GuiComponent<ScnNode>)
+public:
+    GuiText();
+    ScnSFString text{this, "Text"};
+    ScnSFUInt style{this, "style", 1};
+};
+
+// The knob's place, 0 to 1.
+class GuiSlider : public GuiComponent<ScnNode> {
+    SCN_NODE(GuiSlider, GuiComponent<ScnNode>)
+public:
+    GuiSlider();
+    ScnSFFloat value{this, "value", 0.0f};
+    // Bit 512 vertical, bit 256 flat bevel.
+    ScnSFUInt style{this, "style", 528};
+
+    static constexpr const char* kEvents[] = {"OnDown", "OnMove", "OnUp"};
+    void addEvents(ScnMFFunction& functions) override;
+    void removeEvents(ScnMFFunction& functions) override;
+};
+
+// A slider that springs back to the middle: -1 to 1.
+class GuiAccelerator : public GuiComponent<ScnNode> {
+    SCN_NODE(GuiAccelerator, GuiComponent<ScnNode>)
+public:
+    GuiAccelerator();
+    ScnSFFloat value{this, "value", 0.0f};
+    ScnSFUInt style{this, "style", 1040};
+
+    void addEvents(ScnMFFunction& functions) override;
+    void removeEvents(ScnMFFunction& functions) override;
+};
+
+class GuiListBox : public GuiComponent<ScnNode> {
+    SCN_NODE(GuiListBox, GuiComponent<ScnNode>)
+public:
+    GuiListBox();
+    // Bit 4: the cells draw with the icon atlas.
+    ScnSFUInt style{this, "style", 0};
+
+    static constexpr const char* kEvents[] = {"OnSelect", "OnDblClick"};
+    void addEvents(ScnMFFunction& functions) override;
+    void removeEvents(ScnMFFunction& functions) override;
+};

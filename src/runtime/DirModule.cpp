@@ -73,11 +73,8 @@ int listFiles(lua_State* L)
     size_t folderLen = 0, patternLen = 0;
     const char* folder = luaL_optlstring(L, 1, "", &folderLen);
     const char* pattern = luaL_optlstring(L, 2, "", &patternLen);
-    bool keepExtension = true;
-    if (!lua_isnoneornil(L, 3)) {
-        luaL_checktype(L, 3, LUA_TBOOLEAN);
-        keepExtension = lua_toboolean(L, 3) != 0;
-    }
+    // Only a boolean false cuts the extensions; any other value keeps them.
+    const bool keepExtension = !(lua_type(L, 3) == LUA_TBOOLEAN && !lua_toboolean(L, 3));
     luaL_checkstack(L, 4, "dir.listFiles");
     lua_pushcfunction(L, pushNames);
 

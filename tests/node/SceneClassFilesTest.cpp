@@ -413,18 +413,6 @@ TEST(SceneClassFiles, FieldValuesAfterAReadAreTheOnesLaidOut)
         for (int i = 0; i < made->fieldCount(); ++i)
             EXPECT_EQ(back->field(i)->toText(), made->field(i)->toText()) << c.cls << "." << made->field(i)->name();
     }
-    auto texture = std::unique_ptr<ScnNode>(ScnNodeRegistry::create("ScnTexture2D"));
-    auto* t = static_cast<ScnTexture2D*>(texture.get());
-    Bytes b = Payload().str("t").str("x.png").u8(0).u8(1).str("64").str("32").u8(1).words(4, 0, 0, 0).u32(1).u32(2).b;
-    ScnInStream in(b);
-    t->read(in);
-    EXPECT_EQ(t->dim0.value, "64");
-    EXPECT_EQ(t->dim1.value, "32");
-    EXPECT_FALSE(t->stack.value);
-    EXPECT_TRUE(t->pbo.value);
-    EXPECT_EQ(t->source.value, 1);
-    EXPECT_EQ(t->format.value.order, 1u);
-    EXPECT_EQ(t->format.value.type, 2u);
 }
 
 TEST(SceneClassFiles, FreshNodesWriteTheirDefaults)

@@ -4,6 +4,7 @@
 
 #include "compute/OclBuildLog.h"
 #include "compute/OclNodes.h"
+#include "compute/OclPlugin.h"
 #include "compute/oclObject.h"
 #include "compute/ClModule.h"
 #include "memory/MemNodes.h"
@@ -227,6 +228,7 @@ void OclGlobal::init()
         ScnLua::registerNode<OclImage2D>(&ScnNode::s_type, "OclImage2D", 64);
         ScnLua::registerNode<OclImage3D>(&ScnNode::s_type, "OclImage3D", 64);
         ScnLua::registerNode<OclFileRef>(&ScnNode::s_type, "OclFileRef", 64);
+        ScnLua::registerNode<OclPlugin>(&ScnNode::s_type, "OclPlugin", 64);
     }
     ScnEnum::registerTable("cl_mem_type", MemTypes::kNames, MemTypes::kCount);
     ScnEnum::registerTable("cl_channel_type", kChannelTypes, 15);

@@ -150,7 +150,6 @@ public:
     ScnActionTransform(const ScnMatrix16& delta, const ScnMatrix16& scale, const ScnMatrix16& frame);
     ScnMatrix16 delta, scale, frame, frameInverse;
     bool hasDelta = false, hasScale = false;
-    void* currentTransform = nullptr;
 
 protected:
     void visit(ScnNode* node) override { node->onTransform(*this); }

@@ -192,6 +192,9 @@ class ScnMF : public ScnField {
 
 public:
     ScnMF(ScnNode* owner, const char* name) : ScnField(owner, name) {}
+    // A list that starts with `count` copies of `def` (a table indexed by code).
+    ScnMF(ScnNode* owner, const char* name, size_t count, const T& def = T{})
+        : ScnField(owner, name), values(count, def) {}
     void read(ScnInStream& in) override;
     void write(ScnOutStream& out) const override;
     void assign(const ScnField& other) override { values = static_cast<const ScnMF<T>&>(other).values; }

@@ -1,5 +1,5 @@
 // Cameras: the view and projection of a scene; their children are the
-// framebuffers they render.
+// framebuffers they render. Viewpoints: stored positions with their own lens.
 #pragma once
 
 #include "node/ScnNode.h"
@@ -49,4 +49,16 @@ public:
     // The camera branch publishes itself as a script global under its name.
     void onCreate(ScnAction& action) override;
     void onDestroy(ScnAction& action) override;
+};
+
+// A position a camera can be moved to, with its own lens.
+class ScnViewpoint : public ScnNode {
+    SCN_NODE(ScnViewpoint, ScnNode)
+public:
+    ScnViewpoint();
+
+    ScnSF<float> fov{this, "fov", 1.0471976f};
+    ScnSF<float> aspect{this, "aspect", 1.0f};
+    ScnSF<float> farPlane{this, "far", 10.0f};
+    ScnSF<float> nearPlane{this, "near", 0.1f};
 };

@@ -1,7 +1,9 @@
-// Lights of the light pass; each draws itself with its own shader.
+// Lights of the light pass, each drawn with its own shader, and the light
+// buffer that adds them up and combines them with a geometry buffer.
 #pragma once
 
 #include "node/ScnNode.h"
+#include "render/ScnFramebuffer.h"
 #include "render/ScnShader.h"
 
 class ScnDeferredLight : public ScnNode {
@@ -34,4 +36,14 @@ public:
 
     // Files older than 1016 had another spot shader: it is reloaded.
     void read(ScnInStream& in) override;
+};
+
+// Three additive targets (diffuse, specular, ambient) in half floats, with
+// no pixel buffer; `lighting` combines them.
+class ScnLightbuffer : public ScnFramebuffer {
+    SCN_NODE(ScnLightbuffer, ScnFramebuffer)
+public:
+    ScnLightbuffer();
+
+    ScnSFNode<ScnShader> lighting{this, "lighting"};
 };

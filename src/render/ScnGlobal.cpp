@@ -9,12 +9,18 @@
 #include "memory/MemTypes.h"
 #include "node/ScnField.h"
 #include "platform/GlContext.h"
+#include "render/ScnBuffers.h"
 #include "render/ScnCamera.h"
 #include "render/ScnDeferredLight.h"
 #include "render/ScnFramebuffer.h"
 #include "render/ScnScene.h"
 #include "render/ScnShader.h"
+#include "render/ScnTest.h"
+#include "render/ScnText.h"
+#include "render/ScnTexture.h"
+#include "render/ScnTransform.h"
 #include "render/ScnWorld.h"
+#include "render/SnsKeyboardSensor.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
 #include "runtime/ScnLua.h"
@@ -84,13 +90,28 @@ void init()
         ScnLua::registerNode<ScnGroup>(&ScnNode::s_type, "ScnGroup", 2);
         ScnLua::registerNode<ScnMatrix>(&ScnGroup::s_type, "ScnMatrix", 2);
         ScnLua::registerNode<ScnWorld>(&ScnMatrix::s_type, "ScnWorld", 2);
-        ScnLua::registerNode<ScnCamera>(&ScnNode::s_type, "ScnCamera", 2);
+        ScnLua::registerNode<ScnTransform>(&ScnMatrix::s_type, "ScnTransform", 2);
+        ScnLua::registerNode<ScnInstance>(&ScnGroup::s_type, "ScnInstance", 2);
+        // Under ScnGroup, so that scripts reach a camera's framebuffers with getChild.
+        ScnLua::registerNode<ScnCamera>(&ScnGroup::s_type, "ScnCamera", 2);
         ScnLua::registerNode<ScnCameraExamine>(&ScnCamera::s_type, "ScnCameraExamine", 2);
+        ScnLua::registerNode<ScnViewpoint>(&ScnNode::s_type, "ScnViewpoint", 2);
         ScnLua::registerNode<ScnShader>(&ScnNode::s_type, "ScnShader", 4);
         ScnLua::registerNode<ScnDeferredLight>(&ScnNode::s_type, "ScnDeferredLight", 2);
         ScnLua::registerNode<ScnDeferredPointLight>(&ScnDeferredLight::s_type, "ScnDeferredPointLight", 2);
         ScnLua::registerNode<ScnDeferredSpotLight>(&ScnDeferredLight::s_type, "ScnDeferredSpotLight", 2);
         ScnLua::registerNode<ScnFramebuffer>(&ScnNode::s_type, "ScnFramebuffer", 4);
+        ScnLua::registerNode<ScnLightbuffer>(&ScnFramebuffer::s_type, "ScnLightbuffer", 4);
+        ScnLua::registerNode<ScnTexture2D>(&ScnNode::s_type, "ScnTexture2D", 4);
+        ScnNodeRegistry::registerAlias("ScnTexture", ScnTexture2D::s_type);
+        ScnLua::registerNode<ScnTexture3D>(&ScnNode::s_type, "ScnTexture3D", 4);
+        ScnLua::registerNode<ScnBufferArray>(&ScnGroup::s_type, "ScnBufferArray", 2);
+        ScnNodeRegistry::registerAlias("ScnBufferVertex", ScnBufferArray::s_type);
+        ScnLua::registerNode<ScnBufferElement>(&ScnGroup::s_type, "ScnBufferElement", 2);
+        ScnLua::registerNode<ScnBufferAttrib>(&ScnNode::s_type, "ScnBufferAttrib", 2);
+        ScnLua::registerNode<ScnText>(&ScnNode::s_type, "ScnText", 2);
+        ScnLua::registerNode<ScnTest>(&ScnNode::s_type, "ScnTest", 2);
+        ScnLua::registerNode<SnsKeyboardSensor>(&ScnNode::s_type, "SnsKeyboardSensor", 16);
     }
     // The records kernels share with cameras and lights.
     using namespace MemTypes;

@@ -92,6 +92,13 @@ ScnCameraExamine::ScnCameraExamine()
     name = "Camera";
 }
 
+ScnNodeType ScnViewpoint::s_type;
+
+ScnViewpoint::ScnViewpoint()
+{
+    name = "viewpoint";
+}
+
 // -- lights -----------------------------------------------------------------------
 
 ScnNodeType ScnDeferredLight::s_type;
@@ -119,6 +126,16 @@ void ScnDeferredSpotLight::read(ScnInStream& in)
 {
     ScnDeferredLight::read(in);
     if (!in.failed() && ScnFile::formatVersion < 1016) direct.node.loadSources("deferred\\lighting\\spotDirect");
+}
+
+ScnNodeType ScnLightbuffer::s_type;
+
+ScnLightbuffer::ScnLightbuffer()
+{
+    name = "lighbuffer";
+    attachment = 3;
+    flags = ScnTextureFlags{{9, 0, 0, 0}};  // linear filtering, no pixel buffer
+    lighting.node.loadSources("deferred\\lighting\\combiner");
 }
 
 // -- framebuffers -----------------------------------------------------------------

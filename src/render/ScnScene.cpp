@@ -98,7 +98,7 @@ namespace ScnScene {
 
 ScnShader* currentShader = nullptr;
 ScnWorld* currentWorld = nullptr;
-void* currentTransform = nullptr;
+ScnTransform* currentTransform = nullptr;
 ScnNode* selectedNode = nullptr;
 int lightCount = 0;
 double focusDistance = 1.7976931348623157e308;

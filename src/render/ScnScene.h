@@ -10,6 +10,7 @@
 
 class ScnCamera;
 class ScnShader;
+class ScnTransform;
 class ScnWorld;
 class CmdApplication;
 
@@ -65,7 +66,8 @@ public:
 namespace ScnScene {
 extern ScnShader* currentShader;
 extern ScnWorld* currentWorld;
-extern void* currentTransform;
+// The transform nearest above the walk, or null.
+extern ScnTransform* currentTransform;
 extern ScnNode* selectedNode;
 extern int lightCount;
 extern double focusDistance;

@@ -1,0 +1,8 @@
+#include "render/ScnTest.h"
+
+ScnNodeType ScnTest::s_type;
+
+ScnTest::ScnTest()
+{
+    name = "Test";
+}

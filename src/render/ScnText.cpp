@@ -1,0 +1,8 @@
+#include "render/ScnText.h"
+
+ScnNodeType ScnText::s_type;
+
+ScnText::ScnText()
+{
+    name = "Text";
+}

@@ -1,6 +1,7 @@
 #include "platform/DynLib.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 #include <map>
 #include <utility>
@@ -51,17 +52,58 @@ Library& Library::operator=(Library&& other) noexcept
     return *this;
 }
 
+namespace {
+
+// The library that dlerror names as missing in "NAME: cannot open shared
+// object file: ...", or "" when the failure is of another kind.
+std::string missingDependency(const std::string& error)
+{
+    const size_t at = error.find(": cannot open shared object file");
+    if (at == std::string::npos || at == 0) return {};
+    std::string name = error.substr(0, at);
+    return name.find('/') == std::string::npos ? name : std::string();
+}
+
+// How deep dependencies beside a library are followed.
+int g_depth = 0;
+constexpr int kMaxDepth = 8;
+constexpr int kMaxDependencies = 32;
+
+}  // namespace
+
 bool Library::open(const std::string& path)
 {
     close();
     m_error.clear();
-    dlerror();
-    m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL);
-    if (!m_handle) {
+    // The library's own folder is searched for what it needs, as a search
+    // folder would be: a dependency lying beside it is loaded first, by its
+    // full path, and the loader then finds it by its name.
+    const size_t slash = path.find_last_of('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash);
+    std::string lastMissing;
+    for (int attempt = 0; attempt <= kMaxDependencies; ++attempt) {
+        dlerror();
+        m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL);
+        if (m_handle) return true;
         const char* e = dlerror();
         m_error = e ? e : ("cannot load " + path);
+        const std::string missing = missingDependency(m_error);
+        if (missing.empty() || missing == lastMissing || g_depth >= kMaxDepth) break;
+        lastMissing = missing;
+        const std::string beside = folder + "/" + missing;
+        struct stat st;
+        if (stat(beside.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) break;
+        Library dependency;
+        ++g_depth;
+        const bool loaded = dependency.open(beside);
+        --g_depth;
+        if (!loaded) {
+            m_error = dependency.error();
+            break;
+        }
+        dependency.release();  // stays for the library that needs it
     }
-    return m_handle != nullptr;
+    return false;
 }
 
 void* Library::symbol(const char* name) const

@@ -16,8 +16,9 @@ public:
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
 
-    // Loads `path` with RTLD_NOW | RTLD_GLOBAL, replacing what was held. On
-    // failure the handle is empty and error() holds dlerror's text.
+    // Loads `path` with RTLD_NOW | RTLD_GLOBAL, replacing what was held. The
+    // library's own folder serves as search folder for the libraries it
+    // needs. On failure the handle is empty and error() holds dlerror's text.
     bool open(const std::string& path);
     bool isOpen() const { return m_handle != nullptr; }
     // The address of `name` in this library, null when absent or not open.

@@ -94,3 +94,19 @@ TEST_F(DynLibTest, LibraryHandleOwnsItsLibrary)
 }
 
 }  // namespace
+
+TEST_F(DynLibTest, ALibraryFindsWhatItNeedsInItsOwnFolder)
+{
+    fs::create_directories(m_ws + "/bindings/deps");
+    const std::string dep = fs::path(VELMORA_TEST_DEP_LIB).filename().string();
+    // Without the library it needs, the load fails and names what is missing.
+    fs::copy_file(VELMORA_TEST_DEP_USER, m_ws + "/bindings/deps/libUser.so");
+    EXPECT_FALSE(DynLib::loadLibrary("bindings/deps", "libUser"));
+    EXPECT_NE(DynLib::lastError().find(dep), std::string::npos) << DynLib::lastError();
+
+    fs::copy_file(VELMORA_TEST_DEP_LIB, m_ws + "/bindings/deps/" + dep);
+    ASSERT_TRUE(DynLib::loadLibrary("bindings/deps", "libUser")) << DynLib::lastError();
+    auto uses = reinterpret_cast<int (*)()>(DynLib::findSymbol("libUser", "velmora_test_uses_dependency"));
+    ASSERT_NE(uses, nullptr);
+    EXPECT_EQ(uses(), 43);
+}

@@ -1,5 +1,6 @@
 #include "memory/MemModules.h"
 
+#include <cmath>
 #include <cstring>
 
 #include <lua.hpp>
@@ -330,8 +331,9 @@ int structMap(lua_State* L)
         return luaL_error(L, "no structure type associated with buffer (%s) ", b->name());
     s_current = p->structType;
     const lua_Number index = lua_isnumber(L, 2) ? lua_tonumber(L, 2) : 0;
-    const lua_Number offset = static_cast<lua_Number>(s_current->size) * static_cast<int64_t>(index);
-    if (offset < 0 || offset > static_cast<lua_Number>(b->dim(0)))
+    // Truncated toward zero as an index; a number past any buffer stays past it.
+    const lua_Number offset = static_cast<lua_Number>(s_current->size) * std::trunc(index);
+    if (!(offset >= 0) || offset > static_cast<lua_Number>(b->dim(0)))
         return luaL_error(L, "memory address out of range for buffer ", b->name());
     p->recordOffset = static_cast<uint32_t>(offset);
     s_cursorBuffer = b;
@@ -358,7 +360,10 @@ char* fieldAddress(lua_State* L, const StructField*& field)
     const char* name = checkName(L, 1);
     field = nullptr;
     for (uint32_t i = 0; i < s_current->fieldCount; ++i)
-        if (std::strcmp(s_current->fields[i].name, name) == 0) field = &s_current->fields[i];
+        if (std::strcmp(s_current->fields[i].name, name) == 0) {
+            field = &s_current->fields[i];
+            break;  // the first field of that name
+        }
     if (!field) {
         luaL_error(L, "field not found: %s", name);
         return nullptr;

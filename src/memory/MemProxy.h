@@ -60,6 +60,15 @@ public:
 
 namespace MemProxyDetail {
 
+// A script number as an element index or coordinate: truncated toward zero;
+// anything outside 0 .. 2^32-1 (and NaN) gives the largest value, which no
+// dimension admits, so it is refused instead of wrapping onto an element.
+inline uint32_t indexOf(lua_Number v)
+{
+    if (!(v > -1.0 && v < 4294967296.0)) return UINT32_MAX;
+    return static_cast<uint32_t>(v);
+}
+
 // The text written after an element's header by print.
 template <class T>
 const char* scalarFormat()
@@ -192,7 +201,7 @@ public:
     int dim(lua_State* L) override
     {
         if (!lua_isnumber(L, 2)) return luaL_typerror(L, 2, "number");
-        const auto axis = static_cast<uint32_t>(static_cast<int64_t>(lua_tonumber(L, 2)));
+        const uint32_t axis = MemProxyDetail::indexOf(lua_tonumber(L, 2));
         if (axis >= static_cast<uint32_t>(D))
             return luaL_error(L, D == 1 ? "(%s): buffer only has 1 dimension" : "(%s): buffer only has %d dimensions",
                               this->object->name(), D);
@@ -207,7 +216,7 @@ protected:
     {
         for (int i = 0; i < D; ++i) {
             if (!lua_isnumber(L, 2 + i)) luaL_typerror(L, 2 + i, "number");
-            c[i] = static_cast<uint32_t>(static_cast<int64_t>(lua_tonumber(L, 2 + i)));
+            c[i] = MemProxyDetail::indexOf(lua_tonumber(L, 2 + i));
         }
         const char* name = this->object->name();
         if constexpr (D == 2) {
@@ -333,7 +342,7 @@ private:
     {
         if constexpr (D == 1) {
             if (!lua_isnumber(L, 2)) luaL_typerror(L, 2, "number");
-            c[0] = static_cast<uint32_t>(static_cast<int64_t>(lua_tonumber(L, 2)));
+            c[0] = MemProxyDetail::indexOf(lua_tonumber(L, 2));
             const char* name = this->object->name();
             // What the cl_mem really holds, in elements.
             const size_t held = this->object->mem ? this->object->dim(0) / sizeof(U) : 0;

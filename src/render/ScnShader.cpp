@@ -104,7 +104,17 @@ void ScnShader::link()
     trace(__LINE__, kStars);
     // A link message belongs to no stage of its own.
     LogStream(ScnShaderLog::errors(), getName(), this, 0, 0, 0) << "Link Error";
-    ScnShaderLog::parse(log, this, 0);
+    if (ScnShaderLog::parse(log, this, 0) > 0) return;
+    // Link messages seldom point at a line: the driver's text goes out as it
+    // stands, a record per line, so the user sees why.
+    for (const char* p = log; *p;) {
+        const char* nl = std::strchr(p, '\n');
+        std::string line(p, nl ? nl : p + std::strlen(p));
+        while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.pop_back();
+        if (!line.empty()) LogStream(ScnShaderLog::errors(), getName(), this, 0, 0, 0) << line;
+        if (!nl) break;
+        p = nl + 1;
+    }
 }
 
 bool ScnShader::build()

@@ -159,6 +159,15 @@ TEST_F(Shader, EmptyStageFailsSilentlyAndLinkErrorsHaveNoStage)
     ASSERT_FALSE(d.empty());
     EXPECT_STREQ(d[0].text, "(mismatch): Link Error");
     EXPECT_EQ(d[0].kind, 0);
+    // The driver's own words follow, so the user learns why: Mesa names main.
+    ASSERT_GE(d.size(), 2u);
+    std::string why;
+    for (size_t i = 1; i < d.size(); ++i) {
+        EXPECT_EQ(d[i].kind, 0);
+        EXPECT_EQ(std::string(d[i].text).rfind("(mismatch): ", 0), 0u) << d[i].text;
+        why += d[i].text;
+    }
+    EXPECT_NE(why.find("main"), std::string::npos) << why;
 }
 
 TEST_F(Shader, UpdateOfAnOwnFieldRebuilds)

@@ -314,6 +314,23 @@ TEST_F(Render, GlModuleDrivesTheContextFromScripts)
     EXPECT_EQ(lua_tonumber(L, -1), GL_NO_ERROR);
     lua_pop(L, 3);
     EXPECT_EQ(centrePixel(), (Pixel{255, 0, 255, 255}));
+    // Point sprites: coordinates replaced, point size from the vertex program.
+    const char* sprites =
+        "gl.glEnable(gl.GL_POINT_SPRITE)\n"
+        "gl.glTexEnvi(gl.GL_POINT_SPRITE, gl.GL_COORD_REPLACE, gl.GL_TRUE)\n"
+        "gl.glEnable(gl.GL_VERTEX_PROGRAM_POINT_SIZE)\n"
+        "return gl.glIsEnabled(gl.GL_VERTEX_PROGRAM_POINT_SIZE), gl.glGetError()";
+    ASSERT_EQ(luaL_loadstring(L, sprites), 0);
+    ASSERT_EQ(lua_pcall(L, 0, 2, 0), 0) << lua_tostring(L, -1);
+    EXPECT_TRUE(lua_toboolean(L, -2));
+    EXPECT_EQ(lua_tonumber(L, -1), GL_NO_ERROR);
+    lua_pop(L, 2);
+    GLint replace = 0;
+    glGetTexEnviv(GL_POINT_SPRITE, GL_COORD_REPLACE, &replace);
+    EXPECT_EQ(replace, GL_TRUE);
+    glTexEnvi(GL_POINT_SPRITE, GL_COORD_REPLACE, GL_FALSE);
+    glDisable(GL_POINT_SPRITE);
+    glDisable(GL_VERTEX_PROGRAM_POINT_SIZE);
     // A bad argument is a Lua error in the caller's protected call.
     ASSERT_EQ(luaL_loadstring(L, "gl.glViewport('wide')"), 0);
     EXPECT_NE(lua_pcall(L, 0, 0, 0), 0);

@@ -24,6 +24,9 @@ int lGetError(lua_State* L) { lua_pushnumber(L, glGetError()); return 1; }
 int lFlush(lua_State*) { glFlush(); return 0; }
 int lFinish(lua_State*) { glFinish(); return 0; }
 
+// Point sprites take their coordinates from this (compatibility profile).
+int lTexEnvi(lua_State* L) { glTexEnvi(e(L, 1), e(L, 2), n(L, 3)); return 0; }
+
 int lClear(lua_State* L) { glClear(static_cast<GLbitfield>(luaL_checknumber(L, 1))); return 0; }
 int lClearColor(lua_State* L) { glClearColor(f(L, 1), f(L, 2), f(L, 3), f(L, 4)); return 0; }
 int lClearDepth(lua_State* L) { glClearDepth(luaL_checknumber(L, 1)); return 0; }
@@ -90,7 +93,8 @@ const luaL_Reg kFunctions[] = {
     {"glDepthMask", lDepthMask}, {"glDepthRange", lDepthRange},   {"glColorMask", lColorMask},
     {"glCullFace", lCullFace},   {"glFrontFace", lFrontFace},     {"glPolygonMode", lPolygonMode},
     {"glLineWidth", lLineWidth}, {"glPointSize", lPointSize},     {"glDrawBuffer", lDrawBuffer},
-    {"glReadBuffer", lReadBuffer}, {"glDrawBuffers", lDrawBuffers}, {nullptr, nullptr}};
+    {"glReadBuffer", lReadBuffer}, {"glDrawBuffers", lDrawBuffers}, {"glTexEnvi", lTexEnvi},
+    {nullptr, nullptr}};
 
 struct Constant {
     const char* name;
@@ -101,7 +105,10 @@ const Constant kConstants[] = {
     // state
     C(GL_BLEND), C(GL_DEPTH_TEST), C(GL_CULL_FACE), C(GL_SCISSOR_TEST), C(GL_STENCIL_TEST), C(GL_TEXTURE_2D),
     C(GL_TEXTURE_3D), C(GL_MULTISAMPLE), C(GL_LINE_SMOOTH), C(GL_POINT_SMOOTH), C(GL_POLYGON_OFFSET_FILL),
-    C(GL_PROGRAM_POINT_SIZE), C(GL_POINT_SPRITE), C(GL_LIGHTING), C(GL_ALPHA_TEST),
+    C(GL_PROGRAM_POINT_SIZE), C(GL_VERTEX_PROGRAM_POINT_SIZE), C(GL_POINT_SPRITE), C(GL_LIGHTING),
+    C(GL_ALPHA_TEST),
+    // texture environment
+    C(GL_TEXTURE_ENV), C(GL_COORD_REPLACE),
     // clear
     C(GL_COLOR_BUFFER_BIT), C(GL_DEPTH_BUFFER_BIT), C(GL_STENCIL_BUFFER_BIT),
     // blend

@@ -54,7 +54,8 @@ bool RtnDocument::open(const std::string& fileName, std::string& error)
     std::string name = Paths::toNativePath(fileName);
     std::unique_ptr<RtnApplication> app;
     struct stat st;
-    if (!name.empty() && stat(pathOf(name).c_str(), &st) == 0) {
+    const bool read = !name.empty() && stat(pathOf(name).c_str(), &st) == 0;
+    if (read) {
         app.reset(RtnApplication::readFile(pathOf(name), error));
         if (!app) return false;
     } else {
@@ -62,6 +63,13 @@ bool RtnDocument::open(const std::string& fileName, std::string& error)
     }
     close();
     load(std::move(app), name);
+    // A document read from a file tells the user how to move about it.
+    if (read)
+        for (const char* hint : {"w,a,s,d, ctrl and arrow keys to move",
+                                 "right mouse button and wheel to fly, CTRL to tilt",
+                                 "Single and double-click nodes to edit content",
+                                 "Hit \"play\" to start and \"reset\" to toggle between edit and runtime modes"})
+            LogStream(Channels::intro(), "intro") << hint;
     return true;
 }
 

@@ -62,6 +62,7 @@ TEST_F(Document, GlobalTextErrorGivesOneLineWithItsLineAndTheLoadGoesOn)
     std::string error;
     ASSERT_TRUE(app.writeFile(m_ws / "g.3Dm", error));
     ASSERT_TRUE(m_doc.open("g.3Dm", error)) << error;
+    Channels::intro().clear();
     std::vector<LogRecord> recs = Channels::drainMerged();
     ASSERT_EQ(recs.size(), 1u);
     EXPECT_EQ(recs[0].line, 2);
@@ -169,4 +170,21 @@ TEST_F(Document, OfSiblingsWithOneNameTheFirstIsReachedByNameAsByFindChild)
     lua_getglobal(L, "r1");
     EXPECT_TRUE(lua_toboolean(L, -1));
     lua_pop(L, 1);
+}
+
+TEST_F(Document, OpeningAFileGivesTheFourHintsOnTheIntroChannel)
+{
+    std::string error;
+    ASSERT_TRUE(m_doc.open("hints.3Dm", error)) << error;
+    EXPECT_EQ(Channels::intro().pending(), 0u) << "a new application gives no hints";
+    ASSERT_TRUE(m_doc.save());
+    ASSERT_TRUE(m_doc.open("hints.3Dm", error)) << error;
+    std::vector<std::string> hints;
+    LogRecord r;
+    while (Channels::intro().pop(r)) hints.emplace_back(r.text);
+    EXPECT_EQ(hints, (std::vector<std::string>{
+                         "(intro): w,a,s,d, ctrl and arrow keys to move",
+                         "(intro): right mouse button and wheel to fly, CTRL to tilt",
+                         "(intro): Single and double-click nodes to edit content",
+                         "(intro): Hit \"play\" to start and \"reset\" to toggle between edit and runtime modes"}));
 }

@@ -50,6 +50,7 @@ void oclMem::release()
     const cl_mem_flags flags = memFlags();
     oclLastError = clReleaseMemObject(mem);
     mem = nullptr;
+    ++generation;
     // Whatever mapping there was went with the object.
     mapFlags = 0;
     if (!(flags & CL_MEM_USE_HOST_PTR)) data = nullptr;
@@ -63,6 +64,7 @@ bool oclBuffer::create(cl_mem_flags flags, size_t size, void* host)
     release();
     m_sizedMem = nullptr;
     mem = clCreateBuffer(m_context->handle(), flags, size, host, &oclLastError);
+    ++generation;
     if (!oclCheck("clCreateBuffer", this)) {
         mem = nullptr;
         return false;
@@ -182,6 +184,7 @@ bool oclImage2D::create(cl_mem_flags flags, const cl_image_format* format, size_
 {
     release();
     mem = clCreateImage2D(m_context->handle(), flags, format, width, height, 0, host, &oclLastError);
+    ++generation;
     if (!oclCheck("clCreateImage2D", this)) {
         mem = nullptr;
         return false;
@@ -233,6 +236,7 @@ bool oclImage3D::create(cl_mem_flags flags, const cl_image_format* format, size_
 {
     release();
     mem = clCreateImage3D(m_context->handle(), flags, format, width, height, depth, 0, 0, host, &oclLastError);
+    ++generation;
     if (!oclCheck("clCreateImage3D", this)) {
         mem = nullptr;
         return false;

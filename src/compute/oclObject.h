@@ -239,7 +239,7 @@ private:
 
     struct MemArgument {
         const oclMem* object = nullptr;
-        cl_mem handle = nullptr;
+        uint32_t generation = 0;
     };
     std::vector<MemArgument> m_memArguments;
 
@@ -274,6 +274,9 @@ public:
     void* data = nullptr;
     cl_map_flags mapFlags = 0;  // non-zero exactly while mapped
     cl_mem mem = nullptr;
+    // Counts every change of `mem`: a driver may hand out a released
+    // handle's address again, so the address alone does not tell a new object.
+    uint32_t generation = 0;
 
 protected:
     // Reports "Invalid cl_mem" and returns false when there is no handle.

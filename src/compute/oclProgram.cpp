@@ -137,14 +137,14 @@ void oclKernel::noteArgument(cl_uint index, const oclMem* object)
         if (!object) return;
         m_memArguments.resize(index + 1);
     }
-    m_memArguments[index] = MemArgument{object, object ? object->mem : nullptr};
+    m_memArguments[index] = MemArgument{object, object ? object->generation : 0};
 }
 
 int oclKernel::staleArgument() const
 {
     for (size_t i = 0; i < m_memArguments.size(); ++i) {
         const MemArgument& a = m_memArguments[i];
-        if (a.object && (!oclObject::isLive(a.object) || a.object->mem != a.handle)) return static_cast<int>(i);
+        if (a.object && (!oclObject::isLive(a.object) || a.object->generation != a.generation)) return static_cast<int>(i);
     }
     return -1;
 }

@@ -89,19 +89,26 @@ int oclProgram::build()
     }
 
     oclLastError = clBuildProgram(m_program, 0, nullptr, nullptr, nullptr, nullptr);
-    if (oclCheck("clBuildProgram", this)) return 1;
+    const bool built = oclLastError == CL_SUCCESS;
+    if (!built) oclCheck("clBuildProgram", this);
 
     s_buildLog[0] = '\0';
     oclDevice* dev = m_context->device(0);
     if (dev) {
+        const cl_int saved = oclLastError;
         oclLastError =
             clGetProgramBuildInfo(m_program, dev->handle(), CL_PROGRAM_BUILD_LOG, kBuildLogSize, s_buildLog, nullptr);
+        if (oclLastError != CL_SUCCESS) s_buildLog[0] = '\0';
         s_buildLog[kBuildLogSize - 1] = '\0';
+        oclLastError = saved;
     }
+    // A program that builds may still have been warned about: its warnings
+    // take the same road as the errors of one that does not.
+    if (built && !std::strstr(s_buildLog, "warning")) return 1;
     oclMessage log(oclBuildLogHandler, this);
     log << s_buildLog;
     log.finish();
-    return 0;
+    return built ? 1 : 0;
 }
 
 // ---------------------------------------------------------------- oclKernel

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "node/ScnAction.h"
+#include "runtime/Channels.h"
 #include "runtime/ScnLua.h"
 
 // -- class registry -----------------------------------------------------------
@@ -350,8 +351,11 @@ void ScnMFNodeBase::read(ScnInStream& in)
             if (!in.failed()) in.skip(payload - (in.tell() - start));
         } else {
             // An unknown class keeps a plain group in its place; its bytes
-            // belong to another class's layout and are skipped.
-            in.skip(payload);
+            // belong to another class's layout, so they are kept as they are.
+            auto kept = std::make_shared<ScnGroup::Foreign>();
+            kept->className = cls;
+            kept->payload.resize(payload);
+            if (in.read(kept->payload.data(), payload)) static_cast<ScnGroup*>(node)->foreign = std::move(kept);
         }
         node->m_prev = tail;
         if (tail)
@@ -369,6 +373,21 @@ void ScnMFNodeBase::write(ScnOutStream& out) const
 {
     out.writeU32(m_count);
     for (ScnNode* n = m_first; n; n = n->m_next) {
+        if (n->getType() == &ScnGroup::s_type) {
+            if (const auto& f = static_cast<const ScnGroup*>(n)->foreign) {
+                if (n->childCount() == 0) {
+                    out.writeU32(static_cast<uint32_t>(f->className.size()));
+                    out.write(f->className.data(), f->className.size());
+                    out.writeU32(static_cast<uint32_t>(f->payload.size()));
+                    out.write(f->payload.data(), f->payload.size());
+                    continue;
+                }
+                // Children were added to it: the old bytes no longer tell the node.
+                LogStream(Channels::error(), n->getName())
+                    << "class " << f->className << " is not known here: the node was changed, its own content is "
+                    << "lost and it is saved as a group";
+            }
+        }
         const char* cls = n->getType()->name ? n->getType()->name : "ScnGroup";
         uint32_t len = static_cast<uint32_t>(std::strlen(cls));
         out.writeU32(len);

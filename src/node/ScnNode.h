@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -292,6 +293,15 @@ public:
     int childCount() const override { return static_cast<int>(children.count()); }
 
     ScnNode* firstChild() const { return children.first(); }
+
+    // A node of a class this program does not know stands as a group that
+    // keeps the class name and the bytes it was read from, so that a save
+    // writes it back as it was instead of dropping it.
+    struct Foreign {
+        std::string className;
+        std::vector<uint8_t> payload;
+    };
+    std::shared_ptr<const Foreign> foreign;
 
     // Script method getChild(i): the child at i from 0, nil when i is no
     // number or there is no such child.

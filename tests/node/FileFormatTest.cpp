@@ -9,6 +9,7 @@
 #include "render/ScnDeferredLight.h"
 #include "render/ScnFramebuffer.h"
 #include "render/ScnShader.h"
+#include "runtime/Channels.h"
 #include "runtime/RtnApplication.h"
 
 namespace {
@@ -361,6 +362,35 @@ TEST(ApplicationFile, UnknownClassYieldsAGroupAndTheRestStillReads)
     EXPECT_EQ(back->openGL.node.getChild(1)->getType(), &ScnShader::s_type);
     EXPECT_EQ(back->luaglobal.value, "n = 4\nprint('global')");
     EXPECT_EQ(back->scripts.node.childCount(), 2);
+}
+
+TEST(ApplicationFile, AnUnknownClassIsWrittenBackAsItWasOrTheSaveSaysWhatIsLost)
+{
+    auto app = richApplication();
+    std::vector<uint8_t> bytes = app->toBytes();
+    const char* needle = "ScnGroup";
+    auto it = std::search(bytes.begin() + 256, bytes.end(), needle, needle + 8);
+    ASSERT_NE(it, bytes.end());
+    std::memcpy(&*it, "ZzzGroup", 8);
+    std::string error;
+    std::unique_ptr<RtnApplication> back(RtnApplication::readBytes(bytes, "u.3Dm", error));
+    ASSERT_TRUE(back) << error;
+    // Nothing touched it: the save gives the very bytes that were read.
+    Channels::clearAll();
+    EXPECT_EQ(back->toBytes(), bytes);
+    EXPECT_TRUE(Channels::drainMerged().empty());
+
+    // Changed, it cannot be kept as it was, and the save says so.
+    auto* stand = static_cast<ScnGroup*>(back->openGL.node.getChild(0));
+    stand->append(new ScnGroup());
+    std::vector<uint8_t> changed = back->toBytes();
+    std::vector<LogRecord> said = Channels::drainMerged();
+    ASSERT_EQ(said.size(), 1u);
+    EXPECT_NE(std::string(said[0].text).find("class ZzzGroup is not known here"), std::string::npos) << said[0].text;
+    std::unique_ptr<RtnApplication> again(RtnApplication::readBytes(changed, "u2.3Dm", error));
+    ASSERT_TRUE(again) << error;
+    EXPECT_EQ(again->openGL.node.getChild(0)->getType(), &ScnGroup::s_type);
+    EXPECT_EQ(again->openGL.node.getChild(0)->childCount(), 1);
 }
 
 TEST(DamagedFiles, EveryCutOfAValidFileIsRefusedWithTheByteOffset)

@@ -1,9 +1,11 @@
 # The two commands: `make run` and `make test`. Both install what is missing,
-# configure and build first.
+# configure and build first. `make test-luajit` (and `make bench-luajit`) do the
+# same on a second build folder against LuaJIT instead of Lua 5.1.
 BUILD ?= build
+LUAJIT_BUILD ?= build-luajit
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build run test bench clean
+.PHONY: all deps configure build run test bench clean configure-luajit build-luajit test-luajit bench-luajit
 
 all: build
 
@@ -23,13 +25,22 @@ run: build
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 600
 
+BENCHES = file_bench lua_bench engine_bench cl_bench mem_bench frame_bench
+
 bench: build
-	@$(BUILD)/bin/file_bench
-	@$(BUILD)/bin/lua_bench
-	@$(BUILD)/bin/engine_bench
-	@$(BUILD)/bin/cl_bench
-	@$(BUILD)/bin/mem_bench
-	@$(BUILD)/bin/frame_bench
+	@set -e; for b in $(BENCHES); do $(BUILD)/bin/$$b; done
+
+configure-luajit: deps
+	@cmake -S . -B $(LUAJIT_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELMORA_LUA=luajit >/dev/null
+
+build-luajit: configure-luajit
+	@cmake --build $(LUAJIT_BUILD) -j $(JOBS)
+
+test-luajit: build-luajit
+	@cd $(LUAJIT_BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 600
+
+bench-luajit: build-luajit
+	@set -e; for b in $(BENCHES); do $(LUAJIT_BUILD)/bin/$$b; done
 
 clean:
-	@rm -rf $(BUILD)
+	@rm -rf $(BUILD) $(LUAJIT_BUILD)

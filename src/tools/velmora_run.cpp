@@ -25,7 +25,7 @@ namespace {
 int usage()
 {
     std::fprintf(stderr,
-                 "usage: velmora-run [--frames N] [--start] [--save OUT] [--realtime] [--size WxH] [--png OUT.png] "
+                 "usage: velmora-run [--frames N] [--start] [--save OUT] [--realtime] [--full-gc] [--size WxH] [--png OUT.png] "
                  "WORKSPACE [APP]\n");
     return 2;
 }
@@ -80,7 +80,7 @@ void drain()
 int main(int argc, char** argv)
 {
     long frames = 1;
-    bool start = false, realtime = false;
+    bool start = false, realtime = false, fullGc = false;
     std::string save, workspace, app, png;
     int width = 1024, height = 768;
     for (int i = 1; i < argc; ++i) {
@@ -93,6 +93,8 @@ int main(int argc, char** argv)
             start = true;
         } else if (a == "--realtime") {
             realtime = true;
+        } else if (a == "--full-gc") {
+            fullGc = true;
         } else if (a == "--save" && i + 1 < argc) {
             save = argv[++i];
         } else if (a == "--size" && i + 1 < argc) {
@@ -134,6 +136,8 @@ int main(int argc, char** argv)
         std::printf("velmora-run: no OpenGL context, frames are not drawn: %s\n", glError.c_str());
 
     AppGlobal::startModules();
+    Engine::readCollectionSetting();
+    if (fullGc) Engine::fullCollection = true;
     drain();
 
     SystemClock systemClock;

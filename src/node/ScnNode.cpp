@@ -342,7 +342,16 @@ void ScnMFNodeBase::read(ScnInStream& in)
         size_t start = in.tell();
         bool known = false;
         ScnNode* node = ScnNodeRegistry::create(cls, &known);
+        // Linked before its read, so that the list owns it whatever the read does.
         node->m_parent = m_owner;
+        node->m_prev = tail;
+        if (tail)
+            tail->m_next = node;
+        else
+            m_first = node;
+        tail = m_last = node;
+        node->ref();
+        ++m_count;
         if (known) {
             node->read(in);
             if (!in.failed() && in.tell() - start > payload) in.fail("node payload overruns its size");
@@ -353,14 +362,6 @@ void ScnMFNodeBase::read(ScnInStream& in)
             // belong to another class's layout and are skipped.
             in.skip(payload);
         }
-        node->m_prev = tail;
-        if (tail)
-            tail->m_next = node;
-        else
-            m_first = node;
-        tail = m_last = node;
-        node->ref();
-        ++m_count;
     }
     in.leave();
 }

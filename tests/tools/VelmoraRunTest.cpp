@@ -209,3 +209,17 @@ TEST_F(VelmoraRun, WithoutAnyEglDisplayTheRunGoesOnUndrawn)
     EXPECT_EQ(p.status, 1);
     EXPECT_NE(p.err.find("nothing was drawn"), std::string::npos) << p.err;
 }
+
+// Neither a file too large for memory nor a FIFO may abort or block the run.
+TEST_F(VelmoraRun, HugeFilesAndFifosAreRefusedWithAMessage)
+{
+    ASSERT_EQ(std::system(("truncate -s 100G " + (m_tmp / "huge.3Dm")).c_str()), 0);
+    RunResult huge = run(m_tmp.path() + " huge.3Dm", "timeout 60");
+    EXPECT_EQ(huge.status, 2) << huge.err;
+    EXPECT_NE(huge.err.find("huge.3Dm: file is truncated or damaged at byte"), std::string::npos) << huge.err;
+
+    ASSERT_EQ(std::system(("mkfifo " + (m_tmp / "pipe.3Dm")).c_str()), 0);
+    RunResult fifo = run(m_tmp.path() + " pipe.3Dm", "timeout 20");
+    EXPECT_EQ(fifo.status, 2) << "124 means it waited for a writer";
+    EXPECT_NE(fifo.err.find("pipe.3Dm: not a regular file\n"), std::string::npos) << fifo.err;
+}

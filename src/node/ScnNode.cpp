@@ -180,6 +180,7 @@ void ScnNode::onTransform(ScnAction& action) { action.continueWalk(this, ScnActi
 void ScnNode::onUpdate(ScnAction& action) { action.continueWalk(this, ScnAction::Both); }
 void ScnNode::onCreate(ScnAction& action) { action.continueWalk(this, ScnAction::Siblings); }
 void ScnNode::onRender(ScnAction& action) { action.continueWalk(this, ScnAction::Both); }
+void ScnNode::afterWalkOn(ScnAction&, void*, int) {}
 void ScnNode::addEvents(ScnMFFunction&) {}
 void ScnNode::removeEvents(ScnMFFunction&) {}
 ScnShader* ScnNode::getShaderNode() { return nullptr; }

@@ -163,10 +163,16 @@ int run(int argc, char** argv)
 
     int rc = 0;
     if (!png.empty()) {
-        std::vector<uint8_t> pixels = gl ? gl->readFrame() : std::vector<uint8_t>();
-        if (pixels.empty() || !writePng(png, width, height, pixels)) {
-            std::fprintf(stderr, "velmora-run: cannot write %s%s\n", png.c_str(),
-                         gl ? "" : ": nothing was drawn (no OpenGL context)");
+        std::string why;
+        std::vector<uint8_t> pixels;
+        if (gl)
+            pixels = gl->readFrame(&why);
+        else
+            why = "nothing was drawn (no OpenGL context)";
+        if (why.empty() && pixels.empty()) why = "the frame could not be read";
+        if (why.empty() && !writePng(png, width, height, pixels)) why = "the PNG file could not be written";
+        if (!why.empty()) {
+            std::fprintf(stderr, "velmora-run: cannot write %s: %s\n", png.c_str(), why.c_str());
             rc = 1;
         }
     }

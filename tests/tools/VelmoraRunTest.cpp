@@ -16,6 +16,7 @@
 #include "compute/OclNodes.h"
 #include "render/ScnShader.h"
 #include "runtime/RtnApplication.h"
+#include "runtime/RtnNodes.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -176,6 +177,34 @@ TEST_F(VelmoraRun, PngOfTheRequestedSizeWithNoDisplay)
 
     EXPECT_EQ(run("--size 0x90 " + workspace()).status, 2);
     EXPECT_EQ(run("--size wide " + workspace()).status, 2);
+}
+
+// A GL error that a script left pending is the script's: the picture is still written.
+TEST_F(VelmoraRun, PngIsWrittenAfterAScriptLeftAGlErrorPending)
+{
+    // Each frame's script leaves GL_INVALID_ENUM (0x500) behind, with the context current.
+    RtnApplication app;
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    RtnRegister* reg = p->createRegister(0);
+    reg->functions.setCode(RtnRegister::OnTime, "gl.glEnable(12345)\nprint(gl.glGetError())\ngl.glEnable(12345)\n");
+    reg->marking.append(&app.openGL.node);
+    RtnMFRef::s_root = &app;
+    std::string error;
+    bool written = app.writeFile(m_tmp / "careless.3Dm", error);
+    RtnMFRef::s_root = nullptr;
+    ASSERT_TRUE(written) << error;
+    std::string png = m_tmp / "frame.png";
+    RunResult r =
+        run("--start --frames 2 --size 64x48 --png " + png + " " + workspace() + " " + (m_tmp / "careless.3Dm"));
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, "(script): 1280\n(script): 1280\n") << "the script's calls do fail";
+    int w = 0, h = 0, comp = 0;
+    unsigned char* pixels = stbi_load(png.c_str(), &w, &h, &comp, 3);
+    ASSERT_NE(pixels, nullptr) << "no readable PNG";
+    EXPECT_EQ(w, 64);
+    EXPECT_EQ(h, 48);
+    stbi_image_free(pixels);
 }
 
 // Shader diagnostics print like the others, with the line of the stage's text.

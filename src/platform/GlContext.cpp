@@ -5,6 +5,11 @@
 #include <map>
 #include <mutex>
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <dlfcn.h>
+#include <link.h>
+#endif
+
 #include <GL/glew.h>
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
@@ -126,6 +131,22 @@ void releaseDisplay(EGLDisplay d)
     eglTerminate(d);
 }
 
+#if defined(__SANITIZE_ADDRESS__)
+// The leak check runs after EGL has unloaded its DRI driver at exit, and the
+// driver's frames could not be named (nor suppressed) then: in sanitizer
+// builds the driver stays loaded until the process ends.
+void keepDriversLoaded()
+{
+    dl_iterate_phdr(
+        [](dl_phdr_info* info, size_t, void*) {
+            const char* name = info->dlpi_name;
+            if (name && std::strstr(name, "_dri.so")) dlopen(name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+            return 0;
+        },
+        nullptr);
+}
+#endif
+
 // A compatibility profile of at least 3.3; drivers that refuse the profile
 // attributes get a plain request, which gives their highest compatible version.
 EGLContext openContext(EGLDisplay d, EGLConfig config)
@@ -181,6 +202,9 @@ std::unique_ptr<EglContext> EglContext::create(int width, int height, std::strin
     }
     bool ok = GlPlatform::initEntryPoints(error) && ctx->makeTargets(error);
     ctx->release();
+#if defined(__SANITIZE_ADDRESS__)
+    keepDriversLoaded();
+#endif
     if (!ok) return nullptr;
     return ctx;
 }

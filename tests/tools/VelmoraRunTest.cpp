@@ -37,7 +37,7 @@ protected:
     RunResult run(const std::string& args, const std::string& env = "")
     {
         RunResult r;
-        std::string cmd = env + " " + std::string(VELMORA_BIN_DIR) + "/velmora-run " + args + " >" + (m_tmp / "out") + " 2>" +
+        std::string cmd = env + " " + std::string(VELMORA_BIN_DIR) + "/velmora-run" VELMORA_TOOL_SUFFIX " " + args + " >" + (m_tmp / "out") + " 2>" +
                           (m_tmp / "err");
         int rc = std::system(cmd.c_str());
         r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;

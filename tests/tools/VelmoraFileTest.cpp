@@ -92,7 +92,11 @@ TEST_F(VelmoraFile, EveryCutIsRefusedWithAMessageAndFailingStatus)
     const std::string whole = slurp(dir + "/a.3Dm");
     ASSERT_GT(whole.size(), 256u);
     const std::string cutPath = dir + "/cut.3Dm";
-    for (size_t cut = 0; cut < whole.size(); ++cut) {
+    // One process per cut: the sanitizer build of the tool, several times
+    // slower to start, takes a spread of cuts (the same reader meets every
+    // cut in-process in the sanitizer suite of the node tests).
+    const size_t step = std::string(VELMORA_TOOL_SUFFIX).empty() ? 1 : 13;
+    for (size_t cut = 0; cut < whole.size(); cut += step) {
         spit(cutPath, whole.substr(0, cut));
         Result r = run("dump " + cutPath);
         EXPECT_NE(r.status, 0) << "cut at " << cut;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <string>
 #include <thread>
@@ -43,10 +44,10 @@ bool isFolder(const std::string& p)
     return stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-bool isFile(const std::string& p)
+bool exists(const std::string& p)
 {
     struct stat st;
-    return stat(p.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+    return stat(p.c_str(), &st) == 0;
 }
 
 // "WxH" with both sides from 1 to 16384.
@@ -75,9 +76,7 @@ void drain()
     std::fflush(stdout);
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     long frames = 1;
     bool start = false, realtime = false, fullGc = false;
@@ -121,7 +120,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "velmora-run: unusable workspace %s: cannot enter it\n", workspace.c_str());
         return 2;
     }
-    if (!app.empty() && !isFile(app[0] == '/' ? app : workspace + "/" + app)) {
+    // A name that is there but no regular file is refused by the reader.
+    if (!app.empty() && !exists(app[0] == '/' ? app : workspace + "/" + app)) {
         std::fprintf(stderr, "velmora-run: no application file %s in %s\n", app.c_str(), workspace.c_str());
         return 2;
     }
@@ -167,10 +167,16 @@ int main(int argc, char** argv)
 
     int rc = 0;
     if (!png.empty()) {
-        std::vector<uint8_t> pixels = gl ? gl->readFrame() : std::vector<uint8_t>();
-        if (pixels.empty() || !writePng(png, width, height, pixels)) {
-            std::fprintf(stderr, "velmora-run: cannot write %s%s\n", png.c_str(),
-                         gl ? "" : ": nothing was drawn (no OpenGL context)");
+        std::string why;
+        std::vector<uint8_t> pixels;
+        if (gl)
+            pixels = gl->readFrame(&why);
+        else
+            why = "nothing was drawn (no OpenGL context)";
+        if (why.empty() && pixels.empty()) why = "the frame could not be read";
+        if (why.empty() && !writePng(png, width, height, pixels)) why = "the PNG file could not be written";
+        if (!why.empty()) {
+            std::fprintf(stderr, "velmora-run: cannot write %s: %s\n", png.c_str(), why.c_str());
             rc = 1;
         }
     }
@@ -182,4 +188,20 @@ int main(int argc, char** argv)
     drain();
     GlContext::setActive(nullptr);
     return rc;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    // Failures are reported where they happen; this only keeps anything that
+    // slipped through (memory running out) from aborting without a word.
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "velmora-run: %s\n", e.what());
+    } catch (...) {
+        std::fprintf(stderr, "velmora-run: unexpected failure\n");
+    }
+    return 1;
 }

@@ -4,8 +4,9 @@
 BUILD ?= build
 LUAJIT_BUILD ?= build-luajit
 JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
 
-.PHONY: all deps configure build run test bench clean configure-luajit build-luajit test-luajit bench-luajit
+.PHONY: all deps configure build run test bench fuzz clean configure-luajit build-luajit test-luajit bench-luajit
 
 all: build
 
@@ -41,6 +42,18 @@ test-luajit: build-luajit
 
 bench-luajit: build-luajit
 	@set -e; for b in $(BENCHES); do $(LUAJIT_BUILD)/bin/$$b; done
+
+# Fuzzes the file reader for FUZZ_SECONDS seconds from the seed corpus; what
+# it learns stays in $(BUILD)/fuzz/corpus for the next run, and a crashing
+# input is written to $(BUILD)/fuzz/ as crash-<hash>.
+fuzz: build
+	@if [ ! -x $(BUILD)/bin/reader_fuzz ]; then \
+	  echo "make fuzz: skipped, the reader fuzzer needs clang with libFuzzer (see scripts/install-deps.sh)"; \
+	else \
+	  mkdir -p $(BUILD)/fuzz/corpus && cd $(BUILD)/fuzz && \
+	  LSAN_OPTIONS=suppressions=$(CURDIR)/tests/support/lsan.supp:print_suppressions=0 \
+	  ../bin/reader_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=8192 corpus seeds; \
+	fi
 
 clean:
 	@rm -rf $(BUILD) $(LUAJIT_BUILD)

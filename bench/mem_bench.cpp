@@ -12,6 +12,7 @@
 
 #include "BenchLua.h"
 #include "compute/OclGlobal.h"
+#include "compute/OclLua.h"
 #include "memory/MemObjects.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/LuaExt.h"
@@ -62,9 +63,9 @@ int main()
         std::fprintf(stderr, "mem_bench: cannot make and map the buffers\n");
         return 1;
     }
-    velmora_pushtypeduserdata(L, static_cast<oclObject*>(&floats), LuaTag::kPointer);
+    OclLua::push(L, &floats);  // the value a script gets from getBuffer
     lua_setglobal(L, "b");
-    velmora_pushtypeduserdata(L, static_cast<oclObject*>(&records), LuaTag::kPointer);
+    OclLua::push(L, &records);
     lua_setglobal(L, "r");
     const std::string n = std::to_string(kElements);
     if (luaL_dostring(L, ("t = {}; for i = 0, " + n + " - 1 do t[i] = 0 end\n"

@@ -15,6 +15,7 @@ PACKAGES=(
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
   libstb-dev
   libgtest-dev googletest
+  clang libclang-rt-dev
 )
 
 missing=()

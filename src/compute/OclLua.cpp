@@ -8,8 +8,17 @@
 
 namespace {
 
+// The last memory object found through its own script value.
+struct MemCache {
+    lua_State* L = nullptr;
+    const void* block = nullptr;
+    oclMem* mem = nullptr;
+};
+MemCache s_memCache;
+
 void release(oclObject* object)
 {
+    if (s_memCache.mem == object) s_memCache = MemCache{};
     lua_State* L = AppGlobal::luaState();
     if (!L || !object->luaRef) return;
     lua_rawgeti(L, LUA_REGISTRYINDEX, object->luaRef);
@@ -39,6 +48,23 @@ oclObject* to(lua_State* L, int idx)
 {
     void* p = velmora_typedpointer(L, idx, LuaTag::kPointer);
     return oclObject::isLive(p) ? static_cast<oclObject*>(p) : nullptr;
+}
+
+oclMem* toMem(lua_State* L, int idx)
+{
+    const void* block = lua_touserdata(L, idx);
+    if (block && block == s_memCache.block && L == s_memCache.L) return s_memCache.mem;
+    auto* m = dynamic_cast<oclMem*>(to(L, idx));
+    if (m && m->luaRef) {
+        // Only the object's own, anchored value may be remembered: another
+        // block holding the same pointer could be collected and its address
+        // reused.
+        lua_rawgeti(L, LUA_REGISTRYINDEX, m->luaRef);
+        const bool own = lua_touserdata(L, -1) == block;
+        lua_pop(L, 1);
+        if (own) s_memCache = MemCache{L, block, m};
+    }
+    return m;
 }
 
 void install()

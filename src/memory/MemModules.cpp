@@ -19,7 +19,7 @@ namespace {
 // The live memory object at `idx`, or null.
 oclMem* toMem(lua_State* L, int idx)
 {
-    return dynamic_cast<oclMem*>(OclLua::to(L, idx));
+    return OclLua::toMem(L, idx);
 }
 
 oclMem* checkMem(lua_State* L, int idx)

@@ -1,5 +1,6 @@
 #include "node/RtnFields.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "node/ScnNode.h"
@@ -143,8 +144,12 @@ void RtnMFRef::read(ScnInStream& in)
     uint32_t count = 0;
     if (!in.readU32(count)) return;
     if (!in.checkCount(count, 408, "path count larger than the data that remains")) return;
-    std::vector<RtnPath> paths(count);
-    for (RtnPath& p : paths) {
+    // A path in memory is larger than its record in the file: room is made
+    // only as far as the remaining bytes could fill it.
+    std::vector<RtnPath> paths;
+    paths.reserve(std::min<size_t>(count, in.remaining() / sizeof(RtnPath)));
+    for (uint32_t i = 0; i < count; ++i) {
+        RtnPath& p = paths.emplace_back();
         uint32_t pointerWord;
         if (!in.readU32(p.depth)) return;
         if (p.depth > RtnPath::kMaxDepth) {

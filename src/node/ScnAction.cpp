@@ -68,12 +68,36 @@ ScnAction::ScnAction() = default;
 void ScnAction::visitChain(ScnNode* node)
 {
     ScnNode* saved = m_pending;
+    const int afterBase = m_afterCount;
     while (node) {
         m_pending = nullptr;
         visit(node);
         node = m_pending;
     }
+    // The list is done: what its nodes set for their followers unwinds, last first.
+    while (m_afterCount > afterBase) {
+        After a = popAfter();
+        a.node->afterWalkOn(*this, a.saved, a.flag);
+    }
     m_pending = saved;
+}
+
+void ScnAction::pushAfter(const After& a)
+{
+    if (m_afterCount < kAfterInline)
+        m_after[m_afterCount] = a;
+    else
+        m_moreAfter.push_back(a);
+    ++m_afterCount;
+}
+
+ScnAction::After ScnAction::popAfter()
+{
+    --m_afterCount;
+    if (m_afterCount < kAfterInline) return m_after[m_afterCount];
+    After a = m_moreAfter.back();
+    m_moreAfter.pop_back();
+    return a;
 }
 
 void ScnAction::apply(ScnNode* node)
@@ -107,10 +131,10 @@ void ScnAction::walk(ScnNode* node, int mask)
     if (mask & Siblings) ScnAction::continueWalk(node, mask);
 }
 
-void ScnAction::walkOn(ScnNode* node)
+void ScnAction::walkOnThen(ScnNode* node, void* saved, int flag)
 {
-    ScnNode* parent = node->parent();
-    if (node->next() && !(parent && parent->pathLink)) visitChain(node->next());
+    pushAfter(After{node, saved, flag});
+    ScnAction::continueWalk(node, Siblings);
 }
 
 ScnNode* ScnAction::buildPath(ScnNode* node, ScnNode* stop)

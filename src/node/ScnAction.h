@@ -2,13 +2,16 @@
 //
 // An action is one walk over a tree. Its visit names the node's hook for this
 // kind of action; the hook does its work and continues the walk with a mask
-// (1 children, 2 next sibling, 3 both). Actions allocate nothing: their stacks
-// are fixed arrays inside the object, which lives on the caller's stack. A
-// push beyond a stack's size is refused with a message on the error channel
-// and balanced by its pop, so nothing is ever written past the arrays.
+// (1 children, 2 next sibling, 3 both). Siblings are visited in a loop, never
+// one call deeper each, so the stack grows only with the depth of the tree.
+// Actions allocate nothing in ordinary walks: their stacks are fixed arrays
+// inside the object, which lives on the caller's stack. A push beyond a
+// stack's size is refused with a message on the error channel and balanced by
+// its pop, so nothing is ever written past the arrays.
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "node/ScnField.h"
 #include "node/ScnNode.h"
@@ -34,9 +37,13 @@ public:
     // Goes on after a node that may have children: bit 1 its first child (or
     // the child its path link names), bit 2 its next sibling.
     virtual void walk(ScnNode* node, int mask);
-    // Walks the siblings after `node` at once, before returning, for hooks
-    // that set state for the nodes that follow them and restore it after.
-    void walkOn(ScnNode* node);
+    // For hooks that set state for the nodes that follow them and restore it
+    // after: goes on to the next sibling (the sibling step of walk, with no
+    // box of its own), and once the siblings after `node` and their subtrees
+    // are walked calls node->afterWalkOn(*this, saved, flag). The calls come
+    // at the end of the sibling list, the last asked first, so state set by
+    // a long run of such siblings unwinds in order without deep recursion.
+    void walkOnThen(ScnNode* node, void* saved = nullptr, int flag = 0);
     // Sets the path links from `node` up through its parents until the parent
     // is `stop` or there is none; returns the top of the chain, for apply.
     virtual ScnNode* buildPath(ScnNode* node, ScnNode* stop);
@@ -72,7 +79,8 @@ protected:
     // Double dispatch into the node's hook for this action.
     virtual void visit(ScnNode* node) = 0;
     // Visits a node and then the siblings that the hooks ask for, in a loop:
-    // long child lists cannot exhaust the stack.
+    // long child lists cannot exhaust the stack. Then runs the afterWalkOn
+    // calls asked for along the way.
     void visitChain(ScnNode* node);
     // Reports a refused push, once per walk and stack.
     void overflow(const char* what);
@@ -89,6 +97,19 @@ private:
     int m_instanceOverflow = 0;
     unsigned m_reported = 0;
     ScnNode* m_pending = nullptr;  // the sibling a hook asked for
+
+    // The afterWalkOn calls still due, across the nested sibling lists.
+    struct After {
+        ScnNode* node;
+        void* saved;
+        int flag;
+    };
+    static constexpr int kAfterInline = 16;
+    void pushAfter(const After& a);
+    After popAfter();
+    After m_after[kAfterInline] = {};
+    std::vector<After> m_moreAfter;  // beyond the inline ones: long runs of such siblings
+    int m_afterCount = 0;
 };
 
 // Walks that compute bounding boxes: leaves add their own box, groups the box

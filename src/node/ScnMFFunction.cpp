@@ -1,5 +1,6 @@
 #include "node/ScnMFFunction.h"
 
+#include <algorithm>
 #include <cstring>
 
 std::string_view ScnFunctionEntry::getName() const
@@ -18,8 +19,12 @@ void ScnMFFunction::read(ScnInStream& in)
     uint32_t count = 0;
     if (!in.readU32(count)) return;
     if (!in.checkCount(count, 104, "function count larger than the data that remains")) return;
-    std::vector<ScnFunctionEntry> entries(count);
-    for (ScnFunctionEntry& e : entries) {
+    // An entry in memory is larger than its least size in the file: room is
+    // made only as far as the remaining bytes could fill it.
+    std::vector<ScnFunctionEntry> entries;
+    entries.reserve(std::min<size_t>(count, in.remaining() / sizeof(ScnFunctionEntry)));
+    for (uint32_t i = 0; i < count; ++i) {
+        ScnFunctionEntry& e = entries.emplace_back();
         uint32_t len = 0;
         // The name array is kept as read, so a file writes back byte for byte.
         if (!in.read(e.name, sizeof e.name) || !in.readU32(len) || !in.readString(e.code, len)) return;

@@ -181,6 +181,7 @@ void ScnNode::onTransform(ScnAction& action) { action.continueWalk(this, ScnActi
 void ScnNode::onUpdate(ScnAction& action) { action.continueWalk(this, ScnAction::Both); }
 void ScnNode::onCreate(ScnAction& action) { action.continueWalk(this, ScnAction::Siblings); }
 void ScnNode::onRender(ScnAction& action) { action.continueWalk(this, ScnAction::Both); }
+void ScnNode::afterWalkOn(ScnAction&, void*, int) {}
 void ScnNode::addEvents(ScnMFFunction&) {}
 void ScnNode::removeEvents(ScnMFFunction&) {}
 ScnShader* ScnNode::getShaderNode() { return nullptr; }
@@ -343,7 +344,16 @@ void ScnMFNodeBase::read(ScnInStream& in)
         size_t start = in.tell();
         bool known = false;
         ScnNode* node = ScnNodeRegistry::create(cls, &known);
+        // Linked before its read, so that the list owns it whatever the read does.
         node->m_parent = m_owner;
+        node->m_prev = tail;
+        if (tail)
+            tail->m_next = node;
+        else
+            m_first = node;
+        tail = m_last = node;
+        node->ref();
+        ++m_count;
         if (known) {
             node->read(in);
             if (!in.failed() && in.tell() - start > payload) in.fail("node payload overruns its size");
@@ -357,14 +367,6 @@ void ScnMFNodeBase::read(ScnInStream& in)
             kept->payload.resize(payload);
             if (in.read(kept->payload.data(), payload)) static_cast<ScnGroup*>(node)->foreign = std::move(kept);
         }
-        node->m_prev = tail;
-        if (tail)
-            tail->m_next = node;
-        else
-            m_first = node;
-        tail = m_last = node;
-        node->ref();
-        ++m_count;
     }
     in.leave();
 }

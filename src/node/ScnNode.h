@@ -155,6 +155,9 @@ public:
     virtual void onUpdate(ScnAction& action);
     virtual void onCreate(ScnAction& action);
     virtual void onRender(ScnAction& action);
+    // Called by the action once the siblings after this node are walked, for
+    // a hook that asked with walkOnThen; `saved` and `flag` are what it gave.
+    virtual void afterWalkOn(ScnAction& action, void* saved, int flag);
     virtual void addEvents(ScnMFFunction& functions);
     virtual void removeEvents(ScnMFFunction& functions);
     virtual ScnShader* getShaderNode();

@@ -1,6 +1,8 @@
 // .3Do object files: u32 class-name length, the class name, then the node's
 // fields. No payload size and no version.
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "node/ScnNode.h"
 
@@ -25,9 +27,10 @@ bool scnWriteObject(const std::string& path, const ScnNode& node, std::string& e
     return scnWriteFileBytes(path, out.bytes(), error);
 }
 
-ScnNode* scnReadObject(const std::vector<uint8_t>& bytes, const std::string& path, std::string& error)
+namespace {
+
+ScnNode* readObject(ScnInStream& in, const std::string& path, std::string& error)
 {
-    ScnInStream in(bytes);
     uint32_t n = 0;
     std::string cls;
     if (in.readU32(n)) {
@@ -42,22 +45,36 @@ ScnNode* scnReadObject(const std::vector<uint8_t>& bytes, const std::string& pat
     }
     uint32_t savedVersion = ScnFile::formatVersion;
     ScnFile::formatVersion = ScnFile::kCurrentVersion;
-    ScnNode* node = ScnNodeRegistry::create(cls);
-    if (in.enter()) node->read(in);
+    std::unique_ptr<ScnNode> node;
+    try {
+        node.reset(ScnNodeRegistry::create(cls));
+        if (in.enter()) node->read(in);
+    } catch (const std::bad_alloc&) {
+        // Sizes are checked against the file, but a huge file may still
+        // declare more than memory holds.
+        in.fail("more data than memory holds");
+    }
     in.leave();
     ScnFile::formatVersion = savedVersion;
     if (!in.failed() && !in.atEnd()) in.fail("unexpected data after the object");
     if (in.failed()) {
         error = scnDamageMessage(path, in);
-        delete node;
         return nullptr;
     }
-    return node;
+    return node.release();
+}
+
+}  // namespace
+
+ScnNode* scnReadObject(const std::vector<uint8_t>& bytes, const std::string& path, std::string& error)
+{
+    ScnInStream in(bytes);
+    return readObject(in, path, error);
 }
 
 ScnNode* scnReadObject(const std::string& path, std::string& error)
 {
-    std::vector<uint8_t> bytes;
-    if (!scnReadFileBytes(path, bytes, error)) return nullptr;
-    return scnReadObject(bytes, path, error);
+    ScnInStream in;
+    if (!in.openFile(path, error)) return nullptr;
+    return readObject(in, path, error);
 }

@@ -1,10 +1,12 @@
 // Byte streams for the tagless file format.
 //
-// Files are read whole into memory and parsed from there, so that every
-// count and length can be checked against the bytes that remain: the format
-// has no tags or checksums, and a damaged file may ask for anything. The
-// first failure is kept (with its byte offset) and every later read fails
-// softly, so a reader never needs to unwind by hand.
+// A stream reads from bytes in memory or from a regular file whose size is
+// known before anything is read, so that every count and length can be
+// checked against the bytes that remain: the format has no tags or
+// checksums, and a damaged file may ask for anything. A file is read through
+// a small window, so a huge file costs memory only for what the reader
+// really takes from it. The first failure is kept (with its byte offset) and
+// every later read fails softly, so a reader never needs to unwind by hand.
 #pragma once
 
 #include <cstddef>
@@ -17,6 +19,16 @@ class ScnInStream {
 public:
     ScnInStream(const uint8_t* data, size_t size) : m_data(data), m_size(size) {}
     explicit ScnInStream(const std::vector<uint8_t>& bytes) : ScnInStream(bytes.data(), bytes.size()) {}
+    // An empty stream, until openFile.
+    ScnInStream() = default;
+    ~ScnInStream();
+    ScnInStream(const ScnInStream&) = delete;
+    ScnInStream& operator=(const ScnInStream&) = delete;
+
+    // Reads the regular file at `path` from now on. Anything else (a folder,
+    // a FIFO, a device) is refused before it is opened, so nothing blocks.
+    // On failure returns false with a message that names the file in `error`.
+    bool openFile(const std::string& path, std::string& error);
 
     size_t tell() const { return m_pos; }
     size_t size() const { return m_size; }
@@ -27,16 +39,20 @@ public:
     // Reads n bytes into dst; on a short stream marks the failure and leaves dst alone.
     bool read(void* dst, size_t n) {
         if (!need(n, "unexpected end of data")) return false;
-        if (n) std::memcpy(dst, m_data + m_pos, n);
+        if (n && !copyOut(dst, n)) return false;
         m_pos += n;
         return true;
     }
     bool readU32(uint32_t& v) { return read(&v, 4); }
     bool readString(std::string& s, size_t n) {
         if (!need(n, "string longer than the data that remains")) return false;
-        s.assign(reinterpret_cast<const char*>(m_data + m_pos), n);
-        m_pos += n;
-        return true;
+        if (m_fd < 0) {
+            s.assign(reinterpret_cast<const char*>(m_data + m_pos), n);
+            m_pos += n;
+            return true;
+        }
+        s.resize(n);
+        return read(s.data(), n);
     }
     bool skip(size_t n) {
         if (!need(n, "block longer than the data that remains")) return false;
@@ -78,9 +94,21 @@ public:
     void leave() { --m_depth; }
 
 private:
-    const uint8_t* m_data;
-    size_t m_size;
+    bool copyOut(void* dst, size_t n) {
+        if (m_fd >= 0) return fetch(dst, n);
+        std::memcpy(dst, m_data + m_pos, n);
+        return true;
+    }
+    // Copies n bytes at the position from the file, through the window.
+    bool fetch(void* dst, size_t n);
+
+    static constexpr size_t kWindow = 64 * 1024;
+    const uint8_t* m_data = nullptr;
+    size_t m_size = 0;
     size_t m_pos = 0;
+    int m_fd = -1;
+    std::vector<uint8_t> m_window;
+    size_t m_windowStart = 0;
     bool m_failed = false;
     size_t m_failPos = 0;
     std::string m_error;
@@ -105,7 +133,6 @@ private:
     std::vector<uint8_t> m_buf;
 };
 
-// Whole-file helpers. On failure they return false and put a message that
+// Writes a whole file. On failure returns false and puts a message that
 // names the file into `error`.
-bool scnReadFileBytes(const std::string& path, std::vector<uint8_t>& out, std::string& error);
 bool scnWriteFileBytes(const std::string& path, const std::vector<uint8_t>& bytes, std::string& error);

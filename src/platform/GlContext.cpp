@@ -2,6 +2,13 @@
 
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <mutex>
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <dlfcn.h>
+#include <link.h>
+#endif
 
 #include <GL/glew.h>
 #include <EGL/egl.h>
@@ -102,6 +109,44 @@ EGLDisplay openDisplay(const char*& platform)
     return EGL_NO_DISPLAY;
 }
 
+// EGL keeps one display per platform and device, and one eglTerminate ends
+// it for every context on it: each context holds a count on its display, and
+// the last one out terminates it.
+std::mutex g_displayMutex;
+std::map<EGLDisplay, int> g_displayUsers;
+
+void retainDisplay(EGLDisplay d)
+{
+    std::lock_guard<std::mutex> lock(g_displayMutex);
+    ++g_displayUsers[d];
+}
+
+void releaseDisplay(EGLDisplay d)
+{
+    std::lock_guard<std::mutex> lock(g_displayMutex);
+    auto it = g_displayUsers.find(d);
+    if (it == g_displayUsers.end()) return;
+    if (--it->second > 0) return;
+    g_displayUsers.erase(it);
+    eglTerminate(d);
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+// The leak check runs after EGL has unloaded its DRI driver at exit, and the
+// driver's frames could not be named (nor suppressed) then: in sanitizer
+// builds the driver stays loaded until the process ends.
+void keepDriversLoaded()
+{
+    dl_iterate_phdr(
+        [](dl_phdr_info* info, size_t, void*) {
+            const char* name = info->dlpi_name;
+            if (name && std::strstr(name, "_dri.so")) dlopen(name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+            return 0;
+        },
+        nullptr);
+}
+#endif
+
 // A compatibility profile of at least 3.3; drivers that refuse the profile
 // attributes get a plain request, which gives their highest compatible version.
 EGLContext openContext(EGLDisplay d, EGLConfig config)
@@ -129,6 +174,7 @@ std::unique_ptr<EglContext> EglContext::create(int width, int height, std::strin
         error = "no EGL display (neither Mesa's surfaceless platform nor an EGL device)";
         return nullptr;
     }
+    retainDisplay(d);
     ctx->m_display = d;
     if (!eglBindAPI(EGL_OPENGL_API)) {
         error = "EGL offers no desktop OpenGL";
@@ -156,6 +202,9 @@ std::unique_ptr<EglContext> EglContext::create(int width, int height, std::strin
     }
     bool ok = GlPlatform::initEntryPoints(error) && ctx->makeTargets(error);
     ctx->release();
+#if defined(__SANITIZE_ADDRESS__)
+    keepDriversLoaded();
+#endif
     if (!ok) return nullptr;
     return ctx;
 }
@@ -207,6 +256,10 @@ bool EglContext::makeTargets(std::string& error)
 
 EglContext::~EglContext()
 {
+    // Another context that was current is current again afterwards.
+    EGLContext otherContext = eglGetCurrentContext();
+    EGLDisplay otherDisplay = eglGetCurrentDisplay();
+    if (otherContext == m_context) otherContext = EGL_NO_CONTEXT;
     if (m_context && acquire()) {
         glDeleteFramebuffers(1, &m_drawFbo);
         glDeleteFramebuffers(1, &m_resolveFbo);
@@ -216,7 +269,8 @@ EglContext::~EglContext()
         eglMakeCurrent(m_display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
     }
     if (m_context) eglDestroyContext(m_display, m_context);
-    if (m_display) eglTerminate(m_display);
+    if (otherContext != EGL_NO_CONTEXT) eglMakeCurrent(otherDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, otherContext);
+    if (m_display) releaseDisplay(m_display);
 }
 
 bool EglContext::makeCurrent()
@@ -241,19 +295,61 @@ void EglContext::swapBuffers()
     release();
 }
 
-std::vector<uint8_t> EglContext::readFrame()
+namespace {
+
+std::string glFailure(const char* call, GLenum e)
+{
+    char code[16];
+    std::snprintf(code, sizeof code, "0x%04X", static_cast<unsigned>(e));
+    return std::string(call) + " failed (GL error " + code + ")";
+}
+
+}  // namespace
+
+std::vector<uint8_t> EglContext::readFrame(std::string* why)
 {
     std::vector<uint8_t> pixels;
-    if (!acquire()) return pixels;
-    pixels.resize(static_cast<size_t>(m_width) * m_height * 4);
-    GLint read = 0;
+    if (!acquire()) {
+        if (why) *why = "eglMakeCurrent failed";
+        return pixels;
+    }
+    // Errors of earlier calls (a script's, say) are theirs, not the read's.
+    // Bounded: a lost context reports its error forever.
+    for (int i = 0; i < 64 && glGetError() != GL_NO_ERROR; ++i) {
+    }
+    GLint read = 0, packBuffer = 0, rowLength = 0, skipRows = 0, skipPixels = 0, alignment = 4;
     glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &read);
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, m_resolveFbo);
+    glGetIntegerv(GL_PIXEL_PACK_BUFFER_BINDING, &packBuffer);
+    glGetIntegerv(GL_PACK_ROW_LENGTH, &rowLength);
+    glGetIntegerv(GL_PACK_SKIP_ROWS, &skipRows);
+    glGetIntegerv(GL_PACK_SKIP_PIXELS, &skipPixels);
+    glGetIntegerv(GL_PACK_ALIGNMENT, &alignment);
+    // Packing state left by others would send the rows elsewhere or past the end.
+    glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
+    glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+    glPixelStorei(GL_PACK_SKIP_ROWS, 0);
+    glPixelStorei(GL_PACK_SKIP_PIXELS, 0);
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
-    glReadPixels(0, 0, m_width, m_height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+    std::string failure;
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, m_resolveFbo);
+    if (GLenum e = glGetError(); e != GL_NO_ERROR) {
+        failure = glFailure("glBindFramebuffer", e);
+    } else {
+        pixels.resize(static_cast<size_t>(m_width) * m_height * 4);
+        glReadPixels(0, 0, m_width, m_height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+        if (GLenum e = glGetError(); e != GL_NO_ERROR) {
+            failure = glFailure("glReadPixels", e);
+            pixels.clear();
+        }
+    }
     glBindFramebuffer(GL_READ_FRAMEBUFFER, static_cast<GLuint>(read));
-    if (glGetError() != GL_NO_ERROR) pixels.clear();
+    glBindBuffer(GL_PIXEL_PACK_BUFFER, static_cast<GLuint>(packBuffer));
+    glPixelStorei(GL_PACK_ROW_LENGTH, rowLength);
+    glPixelStorei(GL_PACK_SKIP_ROWS, skipRows);
+    glPixelStorei(GL_PACK_SKIP_PIXELS, skipPixels);
+    glPixelStorei(GL_PACK_ALIGNMENT, alignment);
     release();
+    if (why) *why = failure;
     return pixels;
 }
 

@@ -35,8 +35,10 @@ public:
     virtual int height() const = 0;
     // Ends a frame: shows the back buffer.
     virtual void swapBuffers() = 0;
-    // The last shown frame as RGBA rows, bottom row first; empty on failure.
-    virtual std::vector<uint8_t> readFrame() = 0;
+    // The last shown frame as RGBA rows, bottom row first. Errors that
+    // earlier GL calls left pending do not count. Empty on failure, with the
+    // call that failed in `why` where given.
+    virtual std::vector<uint8_t> readFrame(std::string* why = nullptr) = 0;
     virtual Sharing sharing() const = 0;
 
     // The context the program draws with, or null where there is none. The
@@ -90,7 +92,7 @@ public:
     int width() const override { return m_width; }
     int height() const override { return m_height; }
     void swapBuffers() override;
-    std::vector<uint8_t> readFrame() override;
+    std::vector<uint8_t> readFrame(std::string* why = nullptr) override;
     Sharing sharing() const override;
     int samples() const { return m_samples; }
     // "surfaceless" or "device".

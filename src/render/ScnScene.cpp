@@ -527,7 +527,7 @@ ScnNode* step(CmdApplication& app, int width, int height, bool showGui)
     ScnScene::selectedNode = selected ? selected->twin() : nullptr;
 
     // 1. Lua collection, every frame.
-    ScnLua::collect(AppGlobal::luaState(), LUA_GCCOLLECT, 0);
+    Engine::collectForFrame();
     s_stats.luaCollect = since(t);
 
     // 2. Widget events, while the GUI is shown.

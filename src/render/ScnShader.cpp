@@ -227,23 +227,23 @@ void ScnShader::end()
 
 // -- walks ------------------------------------------------------------------------
 
+// The nodes that follow a shader are walked with it current; what it changed
+// is undone in afterWalkOn once they are done.
+
 void ScnShader::onCreate(ScnAction& action)
 {
     build();
     // The nodes that follow can rely on this shader while they are made.
     ScnShader* saved = ScnScene::currentShader;
     ScnScene::currentShader = this;
-    action.walkOn(this);
-    ScnScene::currentShader = saved;
+    action.walkOnThen(this, saved, RestoreShader);
 }
 
 void ScnShader::onDestroy(ScnAction& action)
 {
     ScnShader* saved = ScnScene::currentShader;
     ScnScene::currentShader = this;
-    action.walkOn(this);
-    ScnScene::currentShader = saved;
-    destroyProgram();
+    action.walkOnThen(this, saved, RestoreShader | DestroyProgram);
 }
 
 void ScnShader::onUpdate(ScnAction& action)
@@ -259,11 +259,7 @@ void ScnShader::onUpdate(ScnAction& action)
         glUseProgram(program);
         ScnScene::currentShader = this;
     }
-    action.walkOn(this);
-    if (use) {
-        ScnScene::currentShader = saved;
-        glUseProgram(saved ? saved->program : 0);
-    }
+    action.walkOnThen(this, saved, use ? RestoreShader | RestoreProgram : 0);
 }
 
 void ScnShader::onTransform(ScnAction& action)
@@ -284,11 +280,15 @@ void ScnShader::onRender(ScnAction& action)
         ScnScene::currentShader = this;
         render->bindAll(this);
     }
-    action.walkOn(this);
-    if (use) {
-        ScnScene::currentShader = saved;
-        glUseProgram(saved ? saved->program : 0);
-    }
+    action.walkOnThen(this, saved, use ? RestoreShader | RestoreProgram : 0);
+}
+
+void ScnShader::afterWalkOn(ScnAction&, void* saved, int flag)
+{
+    auto* previous = static_cast<ScnShader*>(saved);
+    if (flag & RestoreShader) ScnScene::currentShader = previous;
+    if (flag & RestoreProgram) glUseProgram(previous ? previous->program : 0);
+    if (flag & DestroyProgram) destroyProgram();
 }
 
 // -- script methods ---------------------------------------------------------------

@@ -77,6 +77,7 @@ public:
     void onUpdate(ScnAction& action) override;
     void onTransform(ScnAction& action) override;
     void onRender(ScnAction& action) override;
+    void afterWalkOn(ScnAction& action, void* saved, int flag) override;
     ScnShader* getShaderNode() override { return this; }
 
     // Script methods: setProgram(name), glId().
@@ -85,6 +86,8 @@ public:
     int luaGlId(lua_State* L);
 
 private:
+    // What afterWalkOn undoes.
+    enum AfterWalk { RestoreShader = 1, RestoreProgram = 2, DestroyProgram = 4 };
     bool compileStage(unsigned& shader, unsigned type, const std::string& text, Stage stage);
     void link();
     void cacheLocations();

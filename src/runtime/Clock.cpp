@@ -1,10 +1,33 @@
 #include "runtime/Clock.h"
 
 #include <chrono>
+#include <string>
+
+#include <lua.hpp>
+
+#include "platform/Settings.h"
+#include "runtime/AppGlobal.h"
+#include "runtime/ScnLua.h"
 
 namespace Engine {
 uint8_t running = 0;
 uint32_t frameCounter = 0;
+bool fullCollection = false;
+
+void readCollectionSetting()
+{
+    std::string v;
+    if (Settings::get("Engine", "FullCollection", v)) fullCollection = v == "1" || v == "true";
+}
+
+void collectForFrame()
+{
+    lua_State* L = AppGlobal::luaState();
+    if (fullCollection)
+        ScnLua::collect(L, LUA_GCCOLLECT, 0);
+    else
+        ScnLua::collect(L, LUA_GCSTEP, kFrameCollectionKB);
+}
 uint32_t lastTickTime = 0;
 }
 

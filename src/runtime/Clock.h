@@ -52,6 +52,17 @@ private:
 namespace Engine {
 // 25 while the simulation runs, 0 otherwise.
 extern uint8_t running;
+// The Lua collection that starts every frame: false (the default) runs an
+// incremental step of kFrameCollectionKB, so that no frame pays for the whole
+// heap and garbage goes within a bounded number of frames; true runs a full
+// collection every frame. Load, reset and close always collect in full.
+extern bool fullCollection;
+constexpr int kFrameCollectionKB = 64;
+// The per-user setting "[Engine] FullCollection=1" turns full collections on.
+void readCollectionSetting();
+// Runs the frame's collection as chosen above; the time it took is the
+// caller's to measure.
+void collectForFrame();
 extern uint32_t frameCounter;
 // Milliseconds at the last tick.
 extern uint32_t lastTickTime;

@@ -67,6 +67,13 @@ bool CmdRegister::recompile(int index)
     return msg == nullptr;
 }
 
+void CmdRegister::reportFailure(lua_State* L)
+{
+    const char* msg = lua_type(L, -1) == LUA_TSTRING ? lua_tostring(L, -1) : "(error object is not a string)";
+    report(msg);
+    lua_pop(L, 1);
+}
+
 void CmdRegister::report(const char* message)
 {
     ScnScript::ErrorContext ctx;
@@ -161,12 +168,17 @@ void CmdRegister::fire(int index, ScnNode* node)
     run(index, node, true);
 }
 
+bool CmdRegister::timeReady() const
+{
+    return m_tableRef != -1 && m_functions->count() > RtnRegister::OnTime &&
+           !m_functions->getError(RtnRegister::OnTime) && m_functions->getLuaRef(RtnRegister::OnTime) != -1;
+}
+
 void CmdRegister::onTime()
 {
     if (!Engine::running || !m_processor->active) return;
     lua_State* L = AppGlobal::luaState();
-    if (!L || m_tableRef == -1 || m_functions->count() <= RtnRegister::OnTime) return;
-    if (m_functions->getError(RtnRegister::OnTime) || m_functions->getLuaRef(RtnRegister::OnTime) == -1) return;
+    if (!L || !timeReady()) return;
     // `event` is the oldest token, and stays set after the call.
     run(RtnRegister::OnTime, m_tokens.first(), false);
 }
@@ -225,12 +237,58 @@ void CmdProcessor::setActive(bool on)
     }
 }
 
+namespace {
+
+// The OnTime sweep of one processor in one protected call: the environment
+// and the key "event" are pushed once, then each ready register sets `event`
+// to its oldest token and runs its chunk under a pcall of its own, so that a
+// failing function stops only itself.
+int timeSweep(lua_State* L)
+{
+    auto* p = static_cast<CmdProcessor*>(lua_touserdata(L, 1));
+    ScnScript::pushEnvironment(L, p->environment());
+    if (!lua_istable(L, -1)) return 0;
+    const int env = lua_gettop(L);
+    lua_pushliteral(L, "event");
+    const int key = env + 1;
+    p->registers.begin();
+    while (CmdRegister* r = p->registers.nextValue()) {
+        // A register may stop the processor; the rest of the sweep stays silent.
+        if (!p->active) break;
+        if (!r->timeReady()) continue;
+        lua_pushvalue(L, key);
+        ScnLua::pushNode(L, r->tokens().first());
+        lua_settable(L, env);  // stays set after the call
+        ScnMFFunction& f = r->functions();
+        lua_rawgeti(L, LUA_REGISTRYINDEX, r->functionTable());
+        lua_rawgeti(L, -1, f.getLuaRef(RtnRegister::OnTime));
+        lua_remove(L, -2);
+        if (lua_pcall(L, 0, 0, 0) != 0) {
+            f.setError(RtnRegister::OnTime, true);
+            r->reportFailure(L);
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
 void CmdProcessor::onEvent(ScnAction& action)
 {
-    registers.begin();
-    while (CmdRegister* r = registers.nextValue()) {
-        // A register may stop the processor; the rest of the sweep stays silent.
-        r->onTime();
+    lua_State* L = AppGlobal::luaState();
+    if (L && Engine::running && active && m_envRef) {
+        const int top = lua_gettop(L);
+        if (ScnLua::pcall(L, timeSweep, this) != 0) {
+            // Only the environment's own metamethods can end the sweep.
+            ScnScript::ErrorContext ctx;
+            ctx.application = application ? static_cast<ScnNode*>(application->design) : nullptr;
+            ctx.applicationName = application ? application->getName() : std::string();
+            ctx.processor = designPeer();
+            ctx.processorName = getName();
+            ScnScript::reportError(lua_type(L, -1) == LUA_TSTRING ? lua_tostring(L, -1) : "(error object is not a string)",
+                                   ctx);
+        }
+        lua_settop(L, top);
     }
     action.continueWalk(this, ScnAction::Both);
 }

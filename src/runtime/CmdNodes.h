@@ -40,6 +40,10 @@ public:
     void fire(int index, ScnNode* node);
     // OnTime: once per frame while running, `event` the oldest token (not restored).
     void onTime();
+    // True when OnTime is compiled and has not failed.
+    bool timeReady() const;
+    // Reports the Lua message on top of the stack against this register and pops it.
+    void reportFailure(lua_State* L);
     // Compiles one function again; false when it failed (reported).
     bool recompile(int index);
 

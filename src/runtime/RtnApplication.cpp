@@ -1,6 +1,8 @@
 #include "runtime/RtnApplication.h"
 
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "render/ScnFramebuffer.h"
 #include "runtime/CmdNodes.h"
@@ -88,6 +90,12 @@ void RtnApplication::write(ScnOutStream& out) const
 RtnApplication* RtnApplication::readBytes(const std::vector<uint8_t>& bytes, const std::string& path,
                                           std::string& error)
 {
+    ScnInStream in(bytes);
+    return readStream(in, path, error);
+}
+
+RtnApplication* RtnApplication::readStream(ScnInStream& in, const std::string& path, std::string& error)
+{
     // The header block and the root are only published when the read succeeds.
     uint8_t savedHeader[kHeaderSize];
     std::memcpy(savedHeader, s_header, kHeaderSize);
@@ -95,29 +103,35 @@ RtnApplication* RtnApplication::readBytes(const std::vector<uint8_t>& bytes, con
     ScnNode* savedRoot = RtnMFRef::s_root;
     const ScnSFString* savedInclude = s_publishedInclude;
 
-    auto* app = new RtnApplication();
-    ScnInStream in(bytes);
-    if (bytes.size() < kHeaderSize) in.fail("shorter than the 256-byte header");
-    app->read(in);
+    std::unique_ptr<RtnApplication> app;
+    if (in.size() < kHeaderSize) in.fail("shorter than the 256-byte header");
+    try {
+        app = std::make_unique<RtnApplication>();
+        app->read(in);
+    } catch (const std::bad_alloc&) {
+        // Sizes are checked against the file, but a huge file may still
+        // declare more than memory holds.
+        in.fail("more data than memory holds");
+    }
     if (!in.failed() && !in.atEnd()) in.fail("unexpected data after the document");
     if (in.failed()) {
         error = scnDamageMessage(path, in);
         std::memcpy(s_header, savedHeader, kHeaderSize);
         ScnFile::formatVersion = savedVersion;
-        delete app;
+        app.reset();
         RtnMFRef::s_root = savedRoot;
         s_publishedInclude = savedInclude;
         return nullptr;
     }
-    RtnMFRef::s_root = savedRoot ? savedRoot : app;
-    return app;
+    RtnMFRef::s_root = savedRoot ? savedRoot : app.get();
+    return app.release();
 }
 
 RtnApplication* RtnApplication::readFile(const std::string& path, std::string& error)
 {
-    std::vector<uint8_t> bytes;
-    if (!scnReadFileBytes(path, bytes, error)) return nullptr;
-    RtnApplication* app = readBytes(bytes, path, error);
+    ScnInStream in;
+    if (!in.openFile(path, error)) return nullptr;
+    RtnApplication* app = readStream(in, path, error);
     if (app) app->fileName = path;
     return app;
 }

@@ -46,6 +46,8 @@ public:
     // cannot be read or is damaged; nothing that is open is touched then.
     static RtnApplication* readFile(const std::string& path, std::string& error);
     static RtnApplication* readBytes(const std::vector<uint8_t>& bytes, const std::string& path, std::string& error);
+    // The same from an open stream: the whole of what remains is the document.
+    static RtnApplication* readStream(ScnInStream& in, const std::string& path, std::string& error);
     bool writeFile(const std::string& path, std::string& error) const;
     std::vector<uint8_t> toBytes() const;
 

@@ -1,6 +1,7 @@
 // velmora-file: writes, copies and lists application (.3Dm) and object (.3Do) files.
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <string>
 #include <vector>
@@ -69,9 +70,7 @@ bool save(const std::string& path, const RtnApplication* app, const ScnNode* obj
     return ok;
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     std::vector<std::string> args(argv + 1, argv + argc);
     std::string workspace;
@@ -115,4 +114,20 @@ int main(int argc, char** argv)
         return std::ferror(stdout) ? 1 : 0;
     }
     return usage();
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    // Failures are reported where they happen; this only keeps anything that
+    // slipped through (memory running out) from aborting without a word.
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "velmora-file: %s\n", e.what());
+    } catch (...) {
+        std::fprintf(stderr, "velmora-file: unexpected failure\n");
+    }
+    return 1;
 }

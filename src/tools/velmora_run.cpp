@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <string>
 #include <thread>
@@ -25,7 +26,7 @@ namespace {
 int usage()
 {
     std::fprintf(stderr,
-                 "usage: velmora-run [--frames N] [--start] [--save OUT] [--realtime] [--size WxH] [--png OUT.png] "
+                 "usage: velmora-run [--frames N] [--start] [--save OUT] [--realtime] [--full-gc] [--size WxH] [--png OUT.png] "
                  "WORKSPACE [APP]\n");
     return 2;
 }
@@ -43,10 +44,10 @@ bool isFolder(const std::string& p)
     return stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-bool isFile(const std::string& p)
+bool exists(const std::string& p)
 {
     struct stat st;
-    return stat(p.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+    return stat(p.c_str(), &st) == 0;
 }
 
 // "WxH" with both sides from 1 to 16384.
@@ -75,12 +76,10 @@ void drain()
     std::fflush(stdout);
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     long frames = 1;
-    bool start = false, realtime = false;
+    bool start = false, realtime = false, fullGc = false;
     std::string save, workspace, app, png;
     int width = 1024, height = 768;
     for (int i = 1; i < argc; ++i) {
@@ -93,6 +92,8 @@ int main(int argc, char** argv)
             start = true;
         } else if (a == "--realtime") {
             realtime = true;
+        } else if (a == "--full-gc") {
+            fullGc = true;
         } else if (a == "--save" && i + 1 < argc) {
             save = argv[++i];
         } else if (a == "--size" && i + 1 < argc) {
@@ -119,7 +120,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "velmora-run: unusable workspace %s: cannot enter it\n", workspace.c_str());
         return 2;
     }
-    if (!app.empty() && !isFile(app[0] == '/' ? app : workspace + "/" + app)) {
+    // A name that is there but no regular file is refused by the reader.
+    if (!app.empty() && !exists(app[0] == '/' ? app : workspace + "/" + app)) {
         std::fprintf(stderr, "velmora-run: no application file %s in %s\n", app.c_str(), workspace.c_str());
         return 2;
     }
@@ -134,6 +136,8 @@ int main(int argc, char** argv)
         std::printf("velmora-run: no OpenGL context, frames are not drawn: %s\n", glError.c_str());
 
     AppGlobal::startModules();
+    Engine::readCollectionSetting();
+    if (fullGc) Engine::fullCollection = true;
     drain();
 
     SystemClock systemClock;
@@ -163,10 +167,16 @@ int main(int argc, char** argv)
 
     int rc = 0;
     if (!png.empty()) {
-        std::vector<uint8_t> pixels = gl ? gl->readFrame() : std::vector<uint8_t>();
-        if (pixels.empty() || !writePng(png, width, height, pixels)) {
-            std::fprintf(stderr, "velmora-run: cannot write %s%s\n", png.c_str(),
-                         gl ? "" : ": nothing was drawn (no OpenGL context)");
+        std::string why;
+        std::vector<uint8_t> pixels;
+        if (gl)
+            pixels = gl->readFrame(&why);
+        else
+            why = "nothing was drawn (no OpenGL context)";
+        if (why.empty() && pixels.empty()) why = "the frame could not be read";
+        if (why.empty() && !writePng(png, width, height, pixels)) why = "the PNG file could not be written";
+        if (!why.empty()) {
+            std::fprintf(stderr, "velmora-run: cannot write %s: %s\n", png.c_str(), why.c_str());
             rc = 1;
         }
     }
@@ -178,4 +188,20 @@ int main(int argc, char** argv)
     drain();
     GlContext::setActive(nullptr);
     return rc;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    // Failures are reported where they happen; this only keeps anything that
+    // slipped through (memory running out) from aborting without a word.
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "velmora-run: %s\n", e.what());
+    } catch (...) {
+        std::fprintf(stderr, "velmora-run: unexpected failure\n");
+    }
+    return 1;
 }

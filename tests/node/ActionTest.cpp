@@ -1,13 +1,18 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <memory>
 #include <cstdlib>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "node/ScnAction.h"
+#include "node/ScnDump.h"
 #include "node/ScnNode.h"
+#include "render/ScnScene.h"
+#include "render/ScnShader.h"
 #include "runtime/Channels.h"
 #include "support/AllocationCounter.h"
 
@@ -51,6 +56,7 @@ ScnNodeType Shift::s_type;
 // Walks that record the names they visit, for every hook.
 template <class Base>
 struct Recording : Base {
+    using Base::Base;
     std::vector<std::string> seen;
     void visit(ScnNode* n) override
     {
@@ -293,4 +299,127 @@ TEST(Actions, WalksAllocateNothing)
         u.apply(u.buildPath(t.a21, nullptr));
     }
     EXPECT_EQ(g_allocations.load(), before);
+}
+
+// -- hooks that set state for the nodes after them ----------------------------------
+
+namespace {
+
+// Records the shader that is current when the create and destroy walks reach it.
+class ShaderProbe : public ScnNode {
+    SCN_NODE(ShaderProbe, ScnNode)
+public:
+    ShaderProbe() = default;
+    std::vector<ScnShader*> seen;
+    void onCreate(ScnAction& a) override
+    {
+        seen.push_back(ScnScene::currentShader);
+        ScnNode::onCreate(a);
+    }
+    void onDestroy(ScnAction& a) override
+    {
+        seen.push_back(ScnScene::currentShader);
+        ScnNode::onDestroy(a);
+    }
+};
+ScnNodeType ShaderProbe::s_type;
+
+template <class T>
+T* add(ScnGroup* parent, T* node)
+{
+    parent->append(node);
+    return node;
+}
+
+}  // namespace
+
+// root: s1, p1, g { s2, p2 }, p3, s3, p4
+TEST(ShaderWalks, AShaderIsCurrentForTheNodesAfterItUntilItsListEnds)
+{
+    ScnGroup root;
+    ScnShader* s1 = add(&root, new ScnShader());
+    ShaderProbe* p1 = add(&root, new ShaderProbe());
+    ScnGroup* g = add(&root, new ScnGroup());
+    ScnShader* s2 = add(g, new ScnShader());
+    ShaderProbe* p2 = add(g, new ShaderProbe());
+    ShaderProbe* p3 = add(&root, new ShaderProbe());
+    ScnShader* s3 = add(&root, new ScnShader());
+    ShaderProbe* p4 = add(&root, new ShaderProbe());
+    ScnShader outer;
+    ScnScene::currentShader = &outer;
+    {
+        ScnActionCreate create;
+        create.apply(&root);
+    }
+    EXPECT_EQ(ScnScene::currentShader, &outer);
+    {
+        ScnActionDestroy destroy;
+        destroy.apply(&root);
+    }
+    EXPECT_EQ(ScnScene::currentShader, &outer);
+    ScnScene::currentShader = nullptr;
+    EXPECT_EQ(p1->seen, (std::vector<ScnShader*>{s1, s1}));
+    EXPECT_EQ(p2->seen, (std::vector<ScnShader*>{s2, s2}));
+    EXPECT_EQ(p3->seen, (std::vector<ScnShader*>{s1, s1})) << "s2 reaches only the rest of its own list";
+    EXPECT_EQ(p4->seen, (std::vector<ScnShader*>{s3, s3}));
+
+    // A path walk reaches only the target: the shader before it in its list is not walked.
+    p2->seen.clear();
+    ScnActionCreate path;
+    path.apply(path.buildPath(p2, nullptr));
+    EXPECT_EQ(p2->seen, (std::vector<ScnShader*>{nullptr}));
+    EXPECT_EQ(ScnScene::currentShader, nullptr);
+}
+
+// Each sibling a call deeper would need far more than the stack: every walk,
+// the copy, the dump and the file must go along the list in a loop.
+TEST(ShaderWalks, AHundredThousandSiblingsGoThroughEveryWalkCopyAndFile)
+{
+    const int kShaders = 100000, kCount = kShaders + 1000;
+    ScnGroup root;
+    for (int i = 0; i < kShaders; ++i) root.append(new ScnShader());
+    for (int i = kShaders; i < kCount; ++i) root.append(new ScnNode());
+    ScnShader* lastShader = static_cast<ScnShader*>(root.getChild(kShaders - 1));
+    auto* last = add(&root, new ShaderProbe());
+
+    auto count = [](auto& walk, ScnNode* top) {
+        walk.apply(top);
+        return walk.seen.size();
+    };
+    const size_t all = kCount + 2;
+    Recording<ScnActionCreate> create;
+    EXPECT_EQ(count(create, &root), all);
+    EXPECT_EQ(last->seen, (std::vector<ScnShader*>{lastShader}));
+    EXPECT_EQ(ScnScene::currentShader, nullptr);
+    Recording<ScnActionEvent> event;
+    EXPECT_EQ(count(event, &root), all);
+    Recording<ScnActionUpdate> update;
+    EXPECT_EQ(count(update, &root), all);
+    Recording<ScnActionTransform> transform(ScnMatrix16::translation(1, 0, 0));
+    EXPECT_EQ(count(transform, &root), all);
+    Recording<ScnActionRender> render(nullptr, 64, 64);
+    EXPECT_EQ(count(render, &root), all);
+    EXPECT_EQ(ScnScene::currentShader, nullptr);
+    Recording<ScnActionDestroy> destroy;
+    EXPECT_EQ(count(destroy, &root), all);
+    EXPECT_EQ(ScnScene::currentShader, nullptr);
+
+    std::unique_ptr<ScnNode> copy(root.duplicate());
+    ASSERT_EQ(copy->childCount(), kCount + 1);
+    EXPECT_EQ(copy->getChild(kShaders - 1)->getType(), &ScnShader::s_type);
+
+    root.remove(last);
+    delete last;
+    ScnOutStream out;
+    scnWriteObject(out, root);
+    std::string error;
+    std::unique_ptr<ScnNode> back(scnReadObject(out.bytes(), "wide.3Do", error));
+    ASSERT_TRUE(back) << error;
+    ASSERT_EQ(back->childCount(), kCount);
+    EXPECT_EQ(back->getChild(kShaders - 1)->getType(), &ScnShader::s_type);
+    ScnOutStream again;
+    scnWriteObject(again, *back);
+    EXPECT_EQ(again.bytes(), out.bytes());
+    std::string text = scnDump(*back);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), kCount + 1);
 }

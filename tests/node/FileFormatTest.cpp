@@ -1,7 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
+#include <fstream>
+#include <future>
 #include <memory>
+#include <tuple>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "compute/OclNodes.h"
 #include "node/ScnMFFunction.h"
@@ -11,6 +19,7 @@
 #include "render/ScnShader.h"
 #include "runtime/Channels.h"
 #include "runtime/RtnApplication.h"
+#include "support/TempDir.h"
 
 namespace {
 
@@ -485,4 +494,145 @@ TEST(ObjectFile, GroupHoldsItsWholeSubtreeAndCutsAreRefused)
         EXPECT_EQ(n, nullptr) << "cut at " << cut;
         delete n;
     }
+}
+
+namespace {
+
+void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes)
+{
+    std::ofstream f(path, std::ios::binary);
+    f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+}  // namespace
+
+// Files are read through a window: values that straddle its edges, and blocks
+// larger than it, must come out as they went in.
+TEST(FileReading, FilesReadExactlyAsTheSameBytesInMemory)
+{
+    TempDir dir;
+    auto app = richApplication();
+    std::string script(200000, 'x');
+    for (size_t i = 0; i < script.size(); i += 97) script[i] = static_cast<char>('a' + i % 26);
+    app->luaglobal = script;
+    for (int i = 0; i < 5000; ++i) {
+        auto* g = new ScnGroup();
+        g->name = "g" + std::to_string(i);
+        app->openGL.node.append(g);
+    }
+    const std::vector<uint8_t> bytes = app->toBytes();
+    ASSERT_GT(bytes.size(), 3u * 64 * 1024);
+    writeBytes(dir / "a.3Dm", bytes);
+    std::string error;
+    std::unique_ptr<RtnApplication> back(RtnApplication::readFile(dir / "a.3Dm", error));
+    ASSERT_TRUE(back) << error;
+    EXPECT_EQ(back->luaglobal.value, script);
+    EXPECT_EQ(back->openGL.node.childCount(), 5002);
+    EXPECT_EQ(back->toBytes(), bytes);
+
+    ScnOutStream object;
+    scnWriteObject(object, back->openGL.node);
+    writeBytes(dir / "a.3Do", object.bytes());
+    std::unique_ptr<ScnNode> node(scnReadObject(dir / "a.3Do", error));
+    ASSERT_TRUE(node) << error;
+    ScnOutStream again;
+    scnWriteObject(again, *node);
+    EXPECT_EQ(again.bytes(), object.bytes());
+}
+
+TEST(FileReading, HugeFilesAreJudgedByTheirContentNotLoadedWhole)
+{
+    TempDir dir;
+    // 100 GB of holes: nothing this size may be allocated up front.
+    for (const char* name : {"huge.3Dm", "huge.3Do"}) {
+        std::string path = dir / name;
+        int fd = ::open(path.c_str(), O_CREAT | O_WRONLY, 0644);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(::ftruncate(fd, off_t(100) << 30), 0);
+        ::close(fd);
+    }
+    std::string error;
+    RtnApplication* app = RtnApplication::readFile(dir / "huge.3Dm", error);
+    EXPECT_EQ(app, nullptr);
+    delete app;
+    EXPECT_NE(error.find("huge.3Dm: file is truncated or damaged at byte"), std::string::npos) << error;
+    error.clear();
+    ScnNode* node = scnReadObject(dir / "huge.3Do", error);
+    EXPECT_EQ(node, nullptr);
+    delete node;
+    EXPECT_NE(error.find("huge.3Do: file is truncated or damaged at byte 12 (unexpected data after the object)"),
+              std::string::npos)
+        << error;
+
+    // A valid document with a huge tail is refused where the tail starts.
+    std::vector<uint8_t> bytes = richApplication()->toBytes();
+    writeBytes(dir / "tail.3Dm", bytes);
+    ASSERT_EQ(::truncate((dir / "tail.3Dm").c_str(), off_t(100) << 30), 0);
+    app = RtnApplication::readFile(dir / "tail.3Dm", error);
+    EXPECT_EQ(app, nullptr);
+    delete app;
+    EXPECT_NE(error.find("at byte " + std::to_string(bytes.size()) + " (unexpected data after the document)"),
+              std::string::npos)
+        << error;
+}
+
+TEST(FileReading, FifosAndFoldersAreRefusedWithoutWaiting)
+{
+    TempDir dir;
+    std::string fifo = dir / "pipe.3Dm";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0644), 0);
+    auto readBoth = [&] {
+        std::string e1, e2;
+        RtnApplication* app = RtnApplication::readFile(fifo, e1);
+        ScnNode* node = scnReadObject(fifo, e2);
+        bool none = !app && !node;
+        delete app;
+        delete node;
+        return std::make_tuple(none, e1, e2);
+    };
+    auto pending = std::async(std::launch::async, readBoth);
+    if (pending.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+        ADD_FAILURE() << "reading a FIFO waits for a writer";
+        // Let the blocked reader go: a writer that closes at once.
+        for (int i = 0; i < 2; ++i) {
+            int fd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+            if (fd >= 0) ::close(fd);
+            pending.wait_for(std::chrono::seconds(1));
+        }
+    }
+    auto [none, e1, e2] = pending.get();
+    EXPECT_TRUE(none);
+    EXPECT_EQ(e1, "Unable to read file " + fifo + ": not a regular file");
+    EXPECT_EQ(e2, "Unable to read file " + fifo + ": not a regular file");
+
+    std::string error;
+    EXPECT_EQ(RtnApplication::readFile(dir.path(), error), nullptr);
+    EXPECT_EQ(error, "Unable to read file " + dir.path() + ": not a regular file");
+    EXPECT_EQ(RtnApplication::readFile(dir / "absent.3Dm", error), nullptr);
+    EXPECT_NE(error.find("absent.3Dm"), std::string::npos);
+}
+
+TEST(FileReading, AFileThatShrinksWhileReadFailsSoftly)
+{
+    TempDir dir;
+    std::vector<uint8_t> bytes(300000);
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i * 7);
+    writeBytes(dir / "f", bytes);
+    ScnInStream in;
+    std::string error;
+    ASSERT_TRUE(in.openFile(dir / "f", error)) << error;
+    EXPECT_EQ(in.size(), bytes.size());
+    uint32_t v = 0;
+    ASSERT_TRUE(in.skip(65534));
+    ASSERT_TRUE(in.readU32(v));  // across the window's edge
+    uint32_t want;
+    std::memcpy(&want, bytes.data() + 65534, 4);
+    EXPECT_EQ(v, want);
+    ASSERT_EQ(::truncate((dir / "f").c_str(), 100000), 0);
+    std::vector<uint8_t> block(150000);
+    EXPECT_FALSE(in.read(block.data(), block.size()));
+    EXPECT_TRUE(in.failed());
+    EXPECT_EQ(in.failPos(), 65538u);
+    EXPECT_EQ(in.error(), "the file ended before its size said");
+    EXPECT_FALSE(in.readU32(v));
 }

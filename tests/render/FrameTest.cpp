@@ -195,6 +195,65 @@ TEST_F(Render, ShaderReachesOnlyTheSiblingsThatFollowIt)
     destroy.apply(&world);
 }
 
+namespace {
+
+// Notes, as the destroy walk reaches it, whether the current shader's program
+// still exists.
+class ProgramProbe : public ScnNode {
+    SCN_NODE(ProgramProbe, ScnNode)
+public:
+    ProgramProbe() = default;
+    int alive = -1;
+    void onDestroy(ScnAction& action) override
+    {
+        ScnShader* s = ScnScene::currentShader;
+        alive = s && s->program && glIsProgram(s->program);
+        ScnNode::onDestroy(action);
+    }
+};
+ScnNodeType ProgramProbe::s_type;
+
+}  // namespace
+
+// A run of shaders as long as this one would take each a call deeper: the
+// walks go along it in a loop and still undo each shader's state in order.
+TEST_F(Render, AHundredThousandShadersInOneListDrawAndUnwindInOrder)
+{
+    ScnWorld world;
+    ScnShader* green = colourShader("green", 0, 1, 0);
+    world.append(green);
+    auto* probe = new ProgramProbe();
+    world.append(probe);
+    for (int i = 0; i < 100000; ++i) world.append(new ScnShader());  // no texts: no program, green stays in use
+    world.append(new TestQuad());
+    {
+        ScnActionCreate create;
+        create.apply(&world);
+    }
+    ASSERT_NE(green->program, 0u);
+    uint8_t running = Engine::running;
+    Engine::running = 25;  // no axes
+    GlPlatform::bindScreen();
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    {
+        ScnActionUpdate update;
+        update.apply(&world);
+        ScnActionRender render(nullptr, 256, 192);
+        render.apply(&world);
+    }
+    Engine::running = running;
+    EXPECT_EQ(centrePixel(), (Pixel{0, 255, 0, 255}));
+    EXPECT_EQ(ScnScene::currentShader, nullptr);
+    GLint program = -1;
+    glGetIntegerv(GL_CURRENT_PROGRAM, &program);
+    EXPECT_EQ(program, 0);
+    ScnActionDestroy destroy;
+    destroy.apply(&world);
+    EXPECT_EQ(probe->alive, 1) << "a shader's program outlives the destroy of the nodes after it";
+    EXPECT_EQ(green->program, 0u);
+    EXPECT_EQ(ScnScene::currentShader, nullptr);
+}
+
 TEST_F(Render, WalkAllocatesNothingPerFrame)
 {
     ScnWorld world;

@@ -244,3 +244,53 @@ TEST_F(Engine, AppModuleTellsTimeAndRunState)
     ASSERT_EQ(luaL_dostring(L, "print(app.getTime(), app.isRunning())"), 0);
     EXPECT_EQ(drain(), (Lines{"(script): 1050\tfalse"}));
 }
+
+TEST_F(Engine, GarbageOfAFrameGoesWithinBoundedFramesAndDeadNodesStayRefused)
+{
+    RtnApplication app;
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    auto* second = new RtnProcessor();
+    second->name = "Second";
+    app.scripts.node.append(second);
+    p->luaglobal = "_G.kept = Scripts.Second";
+    // Every frame drops a table and, in the first one, an object with a finaliser.
+    RtnRegister* r = addRegister(p, 0, {{0, "_G.frames = (_G.frames or 0) + 1\n"
+                                            "local junk = {}\n"
+                                            "for i = 1, 200 do junk[i] = {i} end\n"
+                                            "if _G.frames == 1 then\n"
+                                            "  local p = newproxy(true)\n"
+                                            "  getmetatable(p).__gc = function() _G.goneAt = _G.frames end\n"
+                                            "end"}});
+    r->deposit(&app.openGL.node);
+    openSaved(app);
+    lua_State* L = AppGlobal::luaState();
+    auto number = [L](const char* name) {
+        lua_getglobal(L, name);
+        const double v = lua_isnumber(L, -1) ? lua_tonumber(L, -1) : -1;
+        lua_pop(L, 1);
+        return v;
+    };
+    for (bool full : {false, true}) {
+        ::Engine::fullCollection = full;
+        ASSERT_EQ(luaL_dostring(L, "frames = nil goneAt = nil"), 0);
+        if (m_doc.state() != RtnDocument::State::Running) m_doc.toggleSimulation();
+        for (int i = 0; i < 400 && number("goneAt") < 0; ++i) ticks(1);
+        // A full collection every frame takes it at the next frame; the
+        // incremental steps within a bounded number of frames.
+        EXPECT_GT(number("goneAt"), 0) << "full " << full;
+        EXPECT_LE(number("goneAt"), full ? 2 : 200) << "full " << full;
+    }
+    ::Engine::fullCollection = false;
+
+    // A processor that goes leaves a dead value behind, refused however many
+    // frames and collections pass.
+    app.scripts.node.remove(second);
+    delete second;
+    m_doc.application()->deleteProcessor(m_doc.application()->processorAt(1));
+    ticks(50);
+    ASSERT_EQ(luaL_dostring(L, "local ok, e = pcall(kept.getName, kept) refused = not ok and tostring(e)"), 0);
+    lua_getglobal(L, "refused");
+    ASSERT_TRUE(lua_isstring(L, -1));
+    EXPECT_NE(std::string(lua_tostring(L, -1)).find("expected"), std::string::npos) << lua_tostring(L, -1);
+    lua_pop(L, 1);
+}

@@ -16,6 +16,7 @@
 #include "compute/OclNodes.h"
 #include "render/ScnShader.h"
 #include "runtime/RtnApplication.h"
+#include "runtime/RtnNodes.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -36,7 +37,7 @@ protected:
     RunResult run(const std::string& args, const std::string& env = "")
     {
         RunResult r;
-        std::string cmd = env + " " + std::string(VELMORA_BIN_DIR) + "/velmora-run " + args + " >" + (m_tmp / "out") + " 2>" +
+        std::string cmd = env + " " + std::string(VELMORA_BIN_DIR) + "/velmora-run" VELMORA_TOOL_SUFFIX " " + args + " >" + (m_tmp / "out") + " 2>" +
                           (m_tmp / "err");
         int rc = std::system(cmd.c_str());
         r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
@@ -178,6 +179,34 @@ TEST_F(VelmoraRun, PngOfTheRequestedSizeWithNoDisplay)
     EXPECT_EQ(run("--size wide " + workspace()).status, 2);
 }
 
+// A GL error that a script left pending is the script's: the picture is still written.
+TEST_F(VelmoraRun, PngIsWrittenAfterAScriptLeftAGlErrorPending)
+{
+    // Each frame's script leaves GL_INVALID_ENUM (0x500) behind, with the context current.
+    RtnApplication app;
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    RtnRegister* reg = p->createRegister(0);
+    reg->functions.setCode(RtnRegister::OnTime, "gl.glEnable(12345)\nprint(gl.glGetError())\ngl.glEnable(12345)\n");
+    reg->marking.append(&app.openGL.node);
+    RtnMFRef::s_root = &app;
+    std::string error;
+    bool written = app.writeFile(m_tmp / "careless.3Dm", error);
+    RtnMFRef::s_root = nullptr;
+    ASSERT_TRUE(written) << error;
+    std::string png = m_tmp / "frame.png";
+    RunResult r =
+        run("--start --frames 2 --size 64x48 --png " + png + " " + workspace() + " " + (m_tmp / "careless.3Dm"));
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, "(script): 1280\n(script): 1280\n") << "the script's calls do fail";
+    int w = 0, h = 0, comp = 0;
+    unsigned char* pixels = stbi_load(png.c_str(), &w, &h, &comp, 3);
+    ASSERT_NE(pixels, nullptr) << "no readable PNG";
+    EXPECT_EQ(w, 64);
+    EXPECT_EQ(h, 48);
+    stbi_image_free(pixels);
+}
+
 // Shader diagnostics print like the others, with the line of the stage's text.
 TEST_F(VelmoraRun, ShaderDiagnosticsEndWithTheirLine)
 {
@@ -208,4 +237,18 @@ TEST_F(VelmoraRun, WithoutAnyEglDisplayTheRunGoesOnUndrawn)
     RunResult p = run("--png " + png + " " + workspace(), "env __EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent.json");
     EXPECT_EQ(p.status, 1);
     EXPECT_NE(p.err.find("nothing was drawn"), std::string::npos) << p.err;
+}
+
+// Neither a file too large for memory nor a FIFO may abort or block the run.
+TEST_F(VelmoraRun, HugeFilesAndFifosAreRefusedWithAMessage)
+{
+    ASSERT_EQ(std::system(("truncate -s 100G " + (m_tmp / "huge.3Dm")).c_str()), 0);
+    RunResult huge = run(m_tmp.path() + " huge.3Dm", "timeout 60");
+    EXPECT_EQ(huge.status, 2) << huge.err;
+    EXPECT_NE(huge.err.find("huge.3Dm: file is truncated or damaged at byte"), std::string::npos) << huge.err;
+
+    ASSERT_EQ(std::system(("mkfifo " + (m_tmp / "pipe.3Dm")).c_str()), 0);
+    RunResult fifo = run(m_tmp.path() + " pipe.3Dm", "timeout 20");
+    EXPECT_EQ(fifo.status, 2) << "124 means it waited for a writer";
+    EXPECT_NE(fifo.err.find("pipe.3Dm: not a regular file\n"), std::string::npos) << fifo.err;
 }

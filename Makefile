@@ -30,6 +30,7 @@ bench: build
 	@$(BUILD)/bin/cl_bench
 	@$(BUILD)/bin/mem_bench
 	@$(BUILD)/bin/frame_bench
+	@$(BUILD)/bin/load_bench
 
 clean:
 	@rm -rf $(BUILD)

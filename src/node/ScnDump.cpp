@@ -26,6 +26,11 @@ void dumpNode(const ScnNode& node, const std::string& label, int depth, std::str
                 if (ScnNode* n = slots->get(s)) dumpNode(*n, fname + "[" + std::to_string(s) + "]", depth + 1, out);
             continue;
         }
+        if (const auto* list = dynamic_cast<const ScnMFNodeBase*>(f)) {
+            // Walked, not looked up by index: that would walk the list once per child.
+            for (ScnNode* n = list->first(); n; n = n->next()) dumpNode(*n, std::string(), depth + 1, out);
+            continue;
+        }
         bool single = std::string(f->kind()) == "node";
         for (int k = 0; k < f->nodeCount(); ++k)
             if (ScnNode* n = f->nodeAt(k)) dumpNode(*n, single ? fname : std::string(), depth + 1, out);

@@ -118,6 +118,8 @@ public:
     enum Branch { World = 0, Gui = 1, OpenCL = 2, Camera = 3, Scripts = 4, BranchCount = 5 };
     ScnNode* getChild(int index) override;
     int indexOfChild(const ScnNode* node) override;
+    // The branches are fields, not a list.
+    const ScnMFNodeBase* childList() const override { return nullptr; }
     ScnNode* branch(Branch b) const { return m_branches[b]; }
 
     // With `start` null over all branches, else along the path to `start`.

@@ -84,12 +84,17 @@ void RtnDocument::load(std::unique_ptr<RtnApplication> app, const std::string& f
     m_app->fileName = fileName;
     m_app->publishInclude();
     RtnMFRef::s_root = m_app.get();
-    forEachProcessor(*m_app, [](RtnProcessor& p) {
-        for (int r = 0; r < RtnProcessor::kRegisters; ++r)
-            if (RtnRegister* reg = p.getRegister(r))
-                for (int i = 0; i < reg->marking.count(); ++i)
-                    if (ScnNode* n = reg->marking.path(i).resolve()) ++n->markingCount;
-    });
+    {
+        // The paths are resolved here, all at once: each parent's children
+        // are indexed once instead of walked once per path and level.
+        RtnPathIndex lookup;
+        forEachProcessor(*m_app, [&lookup](RtnProcessor& p) {
+            for (int r = 0; r < RtnProcessor::kRegisters; ++r)
+                if (RtnRegister* reg = p.getRegister(r))
+                    for (int i = 0; i < reg->marking.count(); ++i)
+                        if (ScnNode* n = reg->marking.path(i).resolve(&lookup)) ++n->markingCount;
+        });
+    }
     ScnScene::clearColourToBlack();
     runGlobalScript();
     buildRuntime();

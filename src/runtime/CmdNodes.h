@@ -105,7 +105,7 @@ public:
     const ScnNodeType* getType() const override { return &s_type; }
 
     // Builds the run-time tree of `design`: the branch twins, their create and
-    // update walks, the processors' global texts.
+    // update walks, the processors' global texts, then one full collection.
     explicit CmdApplication(RtnApplication* design);
     // Deletes the branches; the caller has run destroyTree() first.
     ~CmdApplication() override;

@@ -96,7 +96,7 @@ void RtnDocument::load(std::unique_ptr<RtnApplication> app, const std::string& f
         });
     }
     ScnScene::clearColourToBlack();
-    runGlobalScript();
+    runApplicationText(false);  // the build collects
     buildRuntime();
     RtnSelection& sel = RtnSelection::instance();
     sel.setApplication(m_app.get());
@@ -143,12 +143,18 @@ void RtnDocument::removeTokens(bool events)
 
 bool RtnDocument::runGlobalScript()
 {
+    return runApplicationText(true);
+}
+
+bool RtnDocument::runApplicationText(bool collect)
+{
     if (!m_app) return false;
     m_app->scriptChanged = false;
     lua_State* L = AppGlobal::luaState();
     if (!L) return false;
     std::string message;
     bool ok = ScnScript::runGlobalText(L, m_app->luaglobal.value, 0, &message);
+    if (collect) ScnScript::collectAfterGlobalText(L);
     if (!ok) ScnScript::reportTextError(message.c_str(), m_app.get(), m_app->getName());
     return ok;
 }
@@ -226,7 +232,7 @@ void RtnDocument::reset()
     ScnLua::collect(AppGlobal::luaState(), LUA_GCCOLLECT, 0);
     m_ticker.restart();
     ScnScene::clearColourToBlack();
-    runGlobalScript();
+    runApplicationText(false);  // the build collects
     buildRuntime();
     depositTokens(true);
     sel.endRebuild();

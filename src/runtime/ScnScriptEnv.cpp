@@ -260,8 +260,12 @@ bool runGlobalText(lua_State* L, const std::string& text, int envRef, std::strin
         if (message) *message = errorText(L, -1);
         lua_pop(L, 1);
     }
-    if (lua_cpcall(L, collectBody, nullptr) != 0) reportOnErrorChannel(L, "lua");
     return ok;
+}
+
+void collectAfterGlobalText(lua_State* L)
+{
+    if (L && lua_cpcall(L, collectBody, nullptr) != 0) reportOnErrorChannel(L, "lua");
 }
 
 ErrorPosition parseError(const char* message)

@@ -52,6 +52,8 @@ const char* const kGlobalText =
     "for i = 1, 4 do t[i] = {i, tostring(i)} end\n"
     "kept = #t\n";
 
+constexpr int kRounds = 3;
+
 struct Case {
     const char* label;
     int processors;
@@ -153,7 +155,8 @@ int main(int argc, char** argv)
                           {"3k processors", 3000, false},
                           {"10k processors", 10000, false},
                           {"100k nodes + 1k processors", 1000, true}};
-    std::printf("load_bench: open and save through the document; each processor has a global text\n");
+    std::printf("load_bench: open and save through the document, best of %d; each processor has a global text\n",
+                kRounds);
     std::printf("%-28s %9s %9s %9s %14s %6s\n", "case", "nodes", "open s", "save s", "open/proc us", "same");
     int status = 0;
     double perProcFirst = 0, perProcTenK = 0, openTenK = -1, openTree = -1;
@@ -173,25 +176,26 @@ int main(int argc, char** argv)
                 continue;
             }
         }
-        ManualClock clock;
-        RtnDocument doc(clock);
-        auto t0 = SteadyClock::now();
-        bool opened = doc.open(file, error);
-        const double open = since(t0);
-        if (!opened) {
-            std::fprintf(stderr, "load_bench: %s\n", error.c_str());
-            status = 1;
-            continue;
-        }
+        // Best of three rounds: the machine may be shared.
+        double open = 1e30, save = 1e30;
+        bool opened = true, saved = true;
         const std::string copy = "saved-" + file;
-        t0 = SteadyClock::now();
-        bool saved = doc.saveAs(copy);
-        const double save = since(t0);
-        doc.close();
-        // Whatever the scripts or the load reported is not part of the figures.
-        Channels::clearAll();
-        if (!saved) {
-            std::fprintf(stderr, "load_bench: saving %s failed\n", copy.c_str());
+        for (int round = 0; round < kRounds && opened && saved; ++round) {
+            ManualClock clock;
+            RtnDocument doc(clock);
+            auto t0 = SteadyClock::now();
+            opened = doc.open(file, error);
+            open = std::min(open, since(t0));
+            if (!opened) break;
+            t0 = SteadyClock::now();
+            saved = doc.saveAs(copy);
+            save = std::min(save, since(t0));
+            doc.close();
+            // Whatever the scripts or the load reported is not part of the figures.
+            Channels::clearAll();
+        }
+        if (!opened || !saved) {
+            std::fprintf(stderr, "load_bench: %s\n", opened ? ("saving " + copy + " failed").c_str() : error.c_str());
             status = 1;
             continue;
         }

@@ -31,6 +31,7 @@ bench: build
 	@$(BUILD)/bin/cl_bench
 	@$(BUILD)/bin/mem_bench
 	@$(BUILD)/bin/frame_bench
+	@$(BUILD)/bin/load_bench
 
 # Fuzzes the file reader for FUZZ_SECONDS seconds from the seed corpus; what
 # it learns stays in $(BUILD)/fuzz/corpus for the next run, and a crashing

@@ -233,3 +233,9 @@ oclDevice::oclDevice(oclContext* context, cl_device_id device) : oclObject(""), 
     m_queue = clCreateCommandQueue(context->handle(), device, CL_QUEUE_PROFILING_ENABLE, &oclLastError);
     if (!oclCheck("clCreateCommandQueue", this)) m_queue = nullptr;
 }
+
+void oclContext::finishAll() const
+{
+    for (oclDevice* d : m_devices)
+        if (d && d->queue()) clFinish(d->queue());
+}

@@ -6,6 +6,7 @@
 oclMem::~oclMem()
 {
     if (mem) {
+        if (m_context) m_context->finishAll();
         oclLastError = clReleaseMemObject(mem);
         mem = nullptr;
         oclCheck("clReleaseMemObject", this);
@@ -48,6 +49,7 @@ void oclMem::release()
 {
     if (!mem) return;
     const cl_mem_flags flags = memFlags();
+    if (m_context) m_context->finishAll();
     oclLastError = clReleaseMemObject(mem);
     mem = nullptr;
     ++generation;

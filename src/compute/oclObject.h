@@ -160,6 +160,9 @@ public:
     const char* vendor() const { return m_vendor; }
     oclDevice* device(size_t i) const { return i < m_devices.size() ? m_devices[i] : nullptr; }
     size_t deviceCount() const { return m_devices.size(); }
+    // Waits until every queue of the context is idle: the driver must not
+    // release a program, kernel or memory object that a queued command uses.
+    void finishAll() const;
 
 private:
     cl_context m_context;

@@ -28,6 +28,7 @@ oclProgram::oclProgram(oclContext* context, const char* name, void* owner)
 
 oclProgram::~oclProgram()
 {
+    if (m_context) m_context->finishAll();
     for (oclKernel* k : m_kernels) delete k;
     m_kernels.clear();
     clearSources();
@@ -70,6 +71,7 @@ int oclProgram::build()
 {
     failed = 0;
     if (m_program) {
+        if (m_context) m_context->finishAll();
         oclLastError = clReleaseProgram(m_program);
         m_program = nullptr;
         oclCheck("clReleaseProgram", this);

@@ -108,17 +108,57 @@ std::string RtnMFNode::toText() const
 // -- paths --------------------------------------------------------------------
 
 ScnNode* RtnMFRef::s_root = nullptr;
+RtnPathIndex* RtnMFRef::s_saveIndex = nullptr;
 
-ScnNode* RtnPath::resolve()
+ScnNode* RtnPathIndex::childAt(ScnNode* parent, uint32_t index)
+{
+    const ScnMFNodeBase* list = parent->childList();
+    if (!list) return parent->getChild(static_cast<int>(index));
+    auto [it, fresh] = m_children.try_emplace(parent);
+    std::vector<ScnNode*>& children = it->second;
+    if (fresh) {
+        children.reserve(list->count());
+        for (ScnNode* n = list->first(); n; n = n->next()) children.push_back(n);
+    }
+    return index < children.size() ? children[index] : nullptr;
+}
+
+int RtnPathIndex::indexOf(ScnNode* parent, const ScnNode* child)
+{
+    const ScnMFNodeBase* list = parent->childList();
+    if (!list) return parent->indexOfChild(child);
+    if (m_placed.insert(parent).second) {
+        int i = 0;
+        for (ScnNode* n = list->first(); n; n = n->next(), ++i) m_places.try_emplace(n, Place{parent, i});
+    }
+    auto it = m_places.find(child);
+    return it != m_places.end() && it->second.parent == parent ? it->second.index : -1;
+}
+
+namespace {
+
+ScnNode* childAt(RtnPathIndex* lookup, ScnNode* parent, uint32_t index)
+{
+    return lookup ? lookup->childAt(parent, index) : parent->getChild(static_cast<int>(index));
+}
+
+int indexOf(RtnPathIndex* lookup, ScnNode* parent, const ScnNode* child)
+{
+    return lookup ? lookup->indexOf(parent, child) : parent->indexOfChild(child);
+}
+
+}  // namespace
+
+ScnNode* RtnPath::resolve(RtnPathIndex* lookup)
 {
     if (node || depth == 0 || depth > kMaxDepth || !RtnMFRef::s_root) return node;
-    ScnNode* n = RtnMFRef::s_root->getChild(static_cast<int>(index[depth - 1]));
-    for (int k = static_cast<int>(depth) - 2; k >= 0 && n; --k) n = n->getChild(static_cast<int>(index[k]));
+    ScnNode* n = childAt(lookup, RtnMFRef::s_root, index[depth - 1]);
+    for (int k = static_cast<int>(depth) - 2; k >= 0 && n; --k) n = childAt(lookup, n, index[k]);
     node = n;
     return node;
 }
 
-bool RtnPath::rebuild()
+bool RtnPath::rebuild(RtnPathIndex* lookup)
 {
     if (!node || !RtnMFRef::s_root) return false;
     uint32_t idx[kMaxDepth];
@@ -126,12 +166,12 @@ bool RtnPath::rebuild()
     ScnNode* n = node;
     while (n->parent()) {
         if (d >= kMaxDepth) return false;
-        int i = n->parent()->indexOfChild(n);
+        int i = indexOf(lookup, n->parent(), n);
         if (i < 0) return false;
         idx[d++] = static_cast<uint32_t>(i);
         n = n->parent();
     }
-    int top = RtnMFRef::s_root->indexOfChild(n);
+    int top = indexOf(lookup, RtnMFRef::s_root, n);
     if (top < 0 || d >= kMaxDepth) return false;
     idx[d++] = static_cast<uint32_t>(top);
     depth = d;
@@ -169,7 +209,7 @@ void RtnMFRef::write(ScnOutStream& out) const
         // Indices are taken fresh from the live tree; a target that is gone
         // keeps its old path.
         RtnPath fresh = p;
-        fresh.rebuild();
+        fresh.rebuild(s_saveIndex);
         out.writeU32(fresh.depth);
         out.write(fresh.index, sizeof fresh.index);
         // The pointer word has no meaning in a file; writing 0 keeps saves of

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
 
 #include "node/ScnField.h"
 
@@ -37,6 +40,26 @@ private:
     ScnNode* m_slots[kSlots] = {};
 };
 
+// Children by index, and indices of children, for many paths at once: each
+// parent's child list is walked once, on first use, instead of once per path
+// and level. It answers as getChild and indexOfChild do, for a tree that does
+// not change while it lives: a load counting its markings and a save each
+// keep one for that time only.
+class RtnPathIndex {
+public:
+    ScnNode* childAt(ScnNode* parent, uint32_t index);
+    int indexOf(ScnNode* parent, const ScnNode* child);
+
+private:
+    struct Place {
+        const ScnNode* parent;
+        int index;
+    };
+    std::unordered_map<const ScnNode*, std::vector<ScnNode*>> m_children;
+    std::unordered_map<const ScnNode*, Place> m_places;  // child -> its parent and index
+    std::unordered_set<const ScnNode*> m_placed;  // parents whose children are in m_places
+};
+
 // A path to a node: child indices from the target up to its branch, always
 // 408 bytes in a file. The resolved pointer is cached and never trusted from
 // a file.
@@ -46,11 +69,12 @@ struct RtnPath {
     uint32_t index[kMaxDepth] = {};
     ScnNode* node = nullptr;
 
-    // Finds the node from the application root, once, and caches it.
-    ScnNode* resolve();
+    // Finds the node from the application root, once, and caches it. With an
+    // index, children are looked up in it instead of by walking their lists.
+    ScnNode* resolve(RtnPathIndex* lookup = nullptr);
     // Rebuilds the indices from the live target; false (path kept) when the
     // target does not stand below the application.
-    bool rebuild();
+    bool rebuild(RtnPathIndex* lookup = nullptr);
 };
 
 class RtnMFRef : public ScnField {
@@ -72,6 +96,8 @@ public:
 
     // The application whose branches the paths start from.
     static ScnNode* s_root;
+    // While an application is written: the index its paths are rebuilt with.
+    static RtnPathIndex* s_saveIndex;
 
 private:
     std::vector<RtnPath> m_paths;

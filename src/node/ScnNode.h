@@ -177,6 +177,11 @@ public:
     virtual ScnNode* getChild(int index);
     virtual int indexOfChild(const ScnNode* node);
     virtual int childCount() const { return 0; }
+    // The list that getChild and indexOfChild count in, for walking it once
+    // instead of looking each child up by index; null when the children are
+    // not one list (or there are none). A class that overrides getChild
+    // overrides this too.
+    virtual const ScnMFNodeBase* childList() const { return nullptr; }
     // True for the wrappers that group operations treat specially (instances).
     virtual bool isInstanceWrapper() const { return false; }
 
@@ -294,6 +299,7 @@ public:
     ScnNode* getChild(int index) override;
     int indexOfChild(const ScnNode* node) override;
     int childCount() const override { return static_cast<int>(children.count()); }
+    const ScnMFNodeBase* childList() const override { return &children; }
 
     ScnNode* firstChild() const { return children.first(); }
 

@@ -27,6 +27,7 @@ public:
     ScnNode* getChild(int index) override;
     int indexOfChild(const ScnNode* node) override;
     int childCount() const override { return static_cast<int>(shaders.count()); }
+    const ScnMFNodeBase* childList() const override { return &shaders; }
 
     // Run-time target: the GL framebuffer and its colour textures, made by
     // the framebuffer's own create step; 0 while it has none.

@@ -325,8 +325,11 @@ CmdApplication::CmdApplication(RtnApplication* app) : design(app)
         if (auto* p = dynamic_cast<CmdProcessor*>(n)) p->application = this;
     create(nullptr);
     update(nullptr);
+    // One collection after all the global texts, not one after each: each
+    // full collection walks the whole heap, and a large tree's userdata with it.
     for (ScnNode* n = app->scripts.node.firstChild(); n; n = n->next())
-        if (auto* p = dynamic_cast<RtnProcessor*>(n)) p->runGlobalScript();
+        if (auto* p = dynamic_cast<RtnProcessor*>(n)) p->runGlobalScript(false);
+    ScnScript::collectAfterGlobalText(AppGlobal::luaState());
     app->linkTwin(this);
 }
 

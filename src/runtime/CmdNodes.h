@@ -109,7 +109,7 @@ public:
     const ScnNodeType* getType() const override { return &s_type; }
 
     // Builds the run-time tree of `design`: the branch twins, their create and
-    // update walks, the processors' global texts.
+    // update walks, the processors' global texts, then one full collection.
     explicit CmdApplication(RtnApplication* design);
     // Deletes the branches; the caller has run destroyTree() first.
     ~CmdApplication() override;
@@ -122,6 +122,8 @@ public:
     enum Branch { World = 0, Gui = 1, OpenCL = 2, Camera = 3, Scripts = 4, BranchCount = 5 };
     ScnNode* getChild(int index) override;
     int indexOfChild(const ScnNode* node) override;
+    // The branches are fields, not a list.
+    const ScnMFNodeBase* childList() const override { return nullptr; }
     ScnNode* branch(Branch b) const { return m_branches[b]; }
 
     // With `start` null over all branches, else along the path to `start`.

@@ -82,8 +82,14 @@ void RtnApplication::write(ScnOutStream& out) const
     std::memcpy(s_header, &version, 4);
     out.write(s_header, kHeaderSize);
     ScnNode* savedRoot = RtnMFRef::s_root;
+    RtnPathIndex* savedIndex = RtnMFRef::s_saveIndex;
     RtnMFRef::s_root = const_cast<RtnApplication*>(this);
+    // Token paths are rebuilt through one index for the whole save: each
+    // list is walked once, not once per path.
+    RtnPathIndex index;
+    RtnMFRef::s_saveIndex = &index;
     ScnGroup::write(out);
+    RtnMFRef::s_saveIndex = savedIndex;
     RtnMFRef::s_root = savedRoot;
 }
 

@@ -37,6 +37,8 @@ public:
     enum Branch { World = 0, Gui = 1, OpenCL = 2, Camera = 3, Scripts = 4, BranchCount = 5 };
     ScnNode* getChild(int index) override;
     int indexOfChild(const ScnNode* node) override;
+    // The branches are fields, not a list.
+    const ScnMFNodeBase* childList() const override { return nullptr; }
 
     // The 256-byte header in front of the fields, then the fields.
     void read(ScnInStream& in) override;

@@ -84,14 +84,19 @@ void RtnDocument::load(std::unique_ptr<RtnApplication> app, const std::string& f
     m_app->fileName = fileName;
     m_app->publishInclude();
     RtnMFRef::s_root = m_app.get();
-    forEachProcessor(*m_app, [](RtnProcessor& p) {
-        for (int r = 0; r < RtnProcessor::kRegisters; ++r)
-            if (RtnRegister* reg = p.getRegister(r))
-                for (int i = 0; i < reg->marking.count(); ++i)
-                    if (ScnNode* n = reg->marking.path(i).resolve()) ++n->markingCount;
-    });
+    {
+        // The paths are resolved here, all at once: each parent's children
+        // are indexed once instead of walked once per path and level.
+        RtnPathIndex lookup;
+        forEachProcessor(*m_app, [&lookup](RtnProcessor& p) {
+            for (int r = 0; r < RtnProcessor::kRegisters; ++r)
+                if (RtnRegister* reg = p.getRegister(r))
+                    for (int i = 0; i < reg->marking.count(); ++i)
+                        if (ScnNode* n = reg->marking.path(i).resolve(&lookup)) ++n->markingCount;
+        });
+    }
     ScnScene::clearColourToBlack();
-    runGlobalScript();
+    runApplicationText(false);  // the build collects
     buildRuntime();
     RtnSelection& sel = RtnSelection::instance();
     sel.setApplication(m_app.get());
@@ -138,12 +143,18 @@ void RtnDocument::removeTokens(bool events)
 
 bool RtnDocument::runGlobalScript()
 {
+    return runApplicationText(true);
+}
+
+bool RtnDocument::runApplicationText(bool collect)
+{
     if (!m_app) return false;
     m_app->scriptChanged = false;
     lua_State* L = AppGlobal::luaState();
     if (!L) return false;
     std::string message;
     bool ok = ScnScript::runGlobalText(L, m_app->luaglobal.value, 0, &message);
+    if (collect) ScnScript::collectAfterGlobalText(L);
     if (!ok) ScnScript::reportTextError(message.c_str(), m_app.get(), m_app->getName());
     return ok;
 }
@@ -221,7 +232,7 @@ void RtnDocument::reset()
     ScnLua::collect(AppGlobal::luaState(), LUA_GCCOLLECT, 0);
     m_ticker.restart();
     ScnScene::clearColourToBlack();
-    runGlobalScript();
+    runApplicationText(false);  // the build collects
     buildRuntime();
     depositTokens(true);
     sel.endRebuild();

@@ -47,7 +47,8 @@ public:
     // The node the last frame's click chose, or null.
     ScnNode* chosenNode() const { return m_chosen; }
 
-    // The global text of the application, run in the global environment.
+    // The global text of the application, run in the global environment,
+    // then a full collection.
     bool runGlobalScript();
 
     RtnApplication* application() const { return m_app.get(); }
@@ -55,6 +56,9 @@ public:
 
 private:
     void load(std::unique_ptr<RtnApplication> app, const std::string& fileName);
+    // The application's global text; `collect` false when a build follows,
+    // whose one collection comes after every global text.
+    bool runApplicationText(bool collect);
     void buildRuntime();
     void destroyRuntime();
     void depositTokens(bool events);

@@ -201,14 +201,15 @@ void RtnProcessor::setGlobalScript(const std::string& text)
     scriptChanged = true;
 }
 
-bool RtnProcessor::runGlobalScript()
+bool RtnProcessor::runGlobalScript(bool collect)
 {
     scriptChanged = false;
     lua_State* L = AppGlobal::luaState();
     auto* cp = dynamic_cast<CmdProcessor*>(twin());
     if (!L || !cp || luaglobal.value.empty()) return true;
     std::string message;
-    if (ScnScript::runGlobalText(L, luaglobal.value, cp->environment(), &message)) return true;
-    ScnScript::reportTextError(message.c_str(), this, getName());
-    return false;
+    bool ok = ScnScript::runGlobalText(L, luaglobal.value, cp->environment(), &message);
+    if (collect) ScnScript::collectAfterGlobalText(L);
+    if (!ok) ScnScript::reportTextError(message.c_str(), this, getName());
+    return ok;
 }

@@ -84,8 +84,10 @@ public:
     void deleteRegister(RtnRegister* reg);
     void setGlobalScript(const std::string& text);
     const std::string& getGlobalScript() const { return luaglobal.value; }
-    // Runs the global text in the twin's environment; false on failure (reported).
-    bool runGlobalScript();
+    // Runs the global text in the twin's environment, then a full collection
+    // unless `collect` is false: a build runs every processor's text and
+    // collects once after all of them. False on failure (reported).
+    bool runGlobalScript(bool collect = true);
 
     // The twin of a processor is a run-time processor, not a copy.
     ScnNode* instantiate() override;

@@ -7,6 +7,7 @@
 
 #include "node/ScnMFFunction.h"
 #include "runtime/Channels.h"
+#include "runtime/ScnLua.h"
 
 namespace {
 
@@ -122,7 +123,7 @@ int collectBody(lua_State* L)
 void unref(lua_State* L, int pseudo, int tableRef, int ref)
 {
     UnrefArgs a{pseudo, tableRef, ref};
-    if (lua_cpcall(L, unrefBody, &a) != 0) reportOnErrorChannel(L, "lua");
+    if (ScnLua::pcall(L, unrefBody, &a) != 0) reportOnErrorChannel(L, "lua");
 }
 
 }  // namespace
@@ -133,7 +134,7 @@ int newEnvironment(lua_State* L)
 {
     if (!L) return 0;
     int ref = 0;
-    if (lua_cpcall(L, newEnvironmentBody, &ref) != 0) {
+    if (ScnLua::pcall(L, newEnvironmentBody, &ref) != 0) {
         reportOnErrorChannel(L, "lua");
         return 0;
     }
@@ -157,7 +158,7 @@ int newFunctionTable(lua_State* L)
 {
     if (!L) return 0;
     int ref = 0;
-    if (lua_cpcall(L, newFunctionTableBody, &ref) != 0) {
+    if (ScnLua::pcall(L, newFunctionTableBody, &ref) != 0) {
         reportOnErrorChannel(L, "lua");
         return 0;
     }
@@ -200,7 +201,7 @@ const char* compileFunction(lua_State* L, ScnMFFunction& functions, int i, int e
     std::memcpy(name, fn.data(), fn.size());
 
     CompileArgs a{code.data(), code.size(), name, envRef, tableRef, -1, nullptr};
-    if (lua_cpcall(L, compileBody, &a) != 0) {
+    if (ScnLua::pcall(L, compileBody, &a) != 0) {
         reportOnErrorChannel(L, name);
         functions.setError(i, true);
         return "out of memory while compiling";
@@ -260,8 +261,12 @@ bool runGlobalText(lua_State* L, const std::string& text, int envRef, std::strin
         if (message) *message = errorText(L, -1);
         lua_pop(L, 1);
     }
-    if (lua_cpcall(L, collectBody, nullptr) != 0) reportOnErrorChannel(L, "lua");
     return ok;
+}
+
+void collectAfterGlobalText(lua_State* L)
+{
+    if (L && ScnLua::pcall(L, collectBody, nullptr) != 0) reportOnErrorChannel(L, "lua");
 }
 
 ErrorPosition parseError(const char* message)

@@ -56,8 +56,12 @@ bool runFunction(lua_State* L, ScnMFFunction& functions, int i, int tableRef, st
 
 // Loads and runs global text: with envRef 0 in the global environment under
 // the chunk name "application-global", else in E under "processor-global".
-// A full collection follows the run. False with the message on failure.
+// False with the message on failure. No collection follows: the caller runs
+// collectAfterGlobalText, after one text or once after all of a build's.
 bool runGlobalText(lua_State* L, const std::string& text, int envRef, std::string* message = nullptr);
+// The full collection that follows global text; a finaliser that raises is
+// reported on the error channel.
+void collectAfterGlobalText(lua_State* L);
 
 // The position in a Lua message "[string \"chunk\"]:line: text": the chunk
 // name between the first two double quotes and the line read as %d from the

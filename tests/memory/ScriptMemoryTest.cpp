@@ -532,7 +532,12 @@ TEST_F(ScriptMemory, AKernelArgumentOfARebuiltBufferFailsTheLaunchUntilSetAgain)
                   "cl.clSetKernelArg(k2, 0, b)\n"
                   "cl.clSetKernelArg(k2, 1, 4)\n"
                   "P.clBuffer:setSize(4)\n"
-                  "cl.clSetKernelArg(k2, 0, P.clBuffer:getBuffer())\n"
-                  "cl.clEnqueueNDRangeKernel(k2, 1, {1})\n"),
+                  "b = P.clBuffer:getBuffer()\n"
+                  "cl.clSetKernelArg(k2, 0, b)\n"
+                  "cl.clEnqueueNDRangeKernel(k2, 1, {1})\n"
+                  "mem.map(b, mem.READ)\n"
+                  "result = mem.get(b, 0)\n"
+                  "mem.unmap(b)\n"),
               "");
+    EXPECT_EQ(result(), 3);
 }

@@ -24,7 +24,23 @@ namespace {
 struct RunResult {
     int status = -1;
     std::string out, err;
+    std::string hints;  // the "(intro): " lines, taken out of `out`
 };
+
+// Moves the hint lines that every opened file gives out of `out`.
+void separateHints(RunResult& r)
+{
+    std::string rest;
+    size_t at = 0;
+    while (at < r.out.size()) {
+        size_t nl = r.out.find('\n', at);
+        size_t end = nl == std::string::npos ? r.out.size() : nl + 1;
+        std::string line = r.out.substr(at, end - at);
+        (line.rfind("(intro): ", 0) == 0 ? r.hints : rest) += line;
+        at = end;
+    }
+    r.out = rest;
+}
 
 std::string slurp(const std::string& path)
 {
@@ -43,6 +59,7 @@ protected:
         r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
         r.out = slurp(m_tmp / "out");
         r.err = slurp(m_tmp / "err");
+        separateHints(r);
         return r;
     }
     std::string workspace() const { return std::string(VELMORA_BIN_DIR) + "/workspace"; }
@@ -56,6 +73,11 @@ TEST_F(VelmoraRun, HelloSampleGreetsAtLoadAndCountsFramesOnlyWhenStarted)
     RunResult edit = run("--frames 3 " + workspace() + " samples/hello.3Dm");
     ASSERT_EQ(edit.status, 0) << edit.err;
     EXPECT_EQ(edit.out, "(script): Hello from OpenGL\n");
+    EXPECT_EQ(edit.hints,
+              "(intro): w,a,s,d, ctrl and arrow keys to move\n"
+              "(intro): right mouse button and wheel to fly, CTRL to tilt\n"
+              "(intro): Single and double-click nodes to edit content\n"
+              "(intro): Hit \"play\" to start and \"reset\" to toggle between edit and runtime modes\n");
 
     RunResult started = run("--frames 3 --start " + workspace() + " samples/hello.3Dm");
     ASSERT_EQ(started.status, 0) << started.err;

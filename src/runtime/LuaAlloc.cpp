@@ -60,6 +60,11 @@ struct alignas(16) Chunk {
 
 std::atomic<size_t> g_livePools{0};
 
+struct alignas(16) LargeHeader {
+    LargeHeader* prev;
+    LargeHeader* next;
+};
+
 constexpr size_t kFirstChunk = size_t(16) << 10;
 constexpr size_t kMaxChunk = size_t(256) << 10;
 
@@ -85,7 +90,11 @@ public:
 
     ~Pool()
     {
-        if (m_stateBlockLarge) std::free(m_stateBlock);
+        for (LargeHeader* h = m_large.next; h != &m_large;) {
+            LargeHeader* next = h->next;
+            std::free(h);
+            h = next;
+        }
         for (Chunk* c = m_chunks; c;) {
             Chunk* next = c->next;
             unpoison(c, c->size);
@@ -127,11 +136,7 @@ public:
             return q;
         }
         if (!oldSmall && !newSmall) {
-            void* q = std::realloc(p, nsize);
-            if (!q) return nsize < osize ? p : nullptr;
-            m_stats.largeBytes += nsize - osize;
-            m_stats.requestedBytes += nsize - osize;
-            return q;
+            return reallocLarge(p, osize, nsize);
         }
         if (oldSmall) {  // into malloc
             void* q = allocLarge(nsize);
@@ -145,7 +150,8 @@ public:
         if (!q) {
             // Out of memory even for one small chunk. Lua counts on a shrink
             // never failing, so it keeps the malloc block, which from now on
-            // passes for a pool block (and is lost with the pool).
+            // passes for a pool block (it stays on the list of large blocks
+            // and is freed with the pool).
             m_stats.largeBlocks -= 1;
             m_stats.largeBytes -= osize;
             m_stats.requestedBytes -= osize - nsize;
@@ -169,7 +175,6 @@ public:
     // a state. Its free is lua_close's last call.
     bool forState = false;
     void* m_stateBlock = nullptr;
-    bool m_stateBlockLarge = false;
     bool* closedFlag = nullptr;  // set to true when lua_close frees the pool
     bool servedAny = false;
 
@@ -179,10 +184,7 @@ private:
         void* p = nsize <= kMaxSmall ? allocSmall(classOf(nsize), nsize) : allocLarge(nsize);
         if (!servedAny && p) {
             servedAny = true;
-            if (forState) {
-                m_stateBlock = p;
-                m_stateBlockLarge = nsize > kMaxSmall;
-            }
+            if (forState) m_stateBlock = p;
         }
         return p;
     }
@@ -195,19 +197,57 @@ private:
             freeLarge(p, osize);
     }
 
+    // Large blocks carry a header that links them into a list of the pool:
+    // they stay reachable from it for leak checks (LuaJIT's GC64 tags the
+    // pointers in its values, so a block referenced only by Lua values looks
+    // unreferenced), and the pool frees what is left of them with itself.
+    static LargeHeader* headerOf(void* p) { return static_cast<LargeHeader*>(p) - 1; }
+
+    void link(LargeHeader* h)
+    {
+        h->prev = &m_large;
+        h->next = m_large.next;
+        m_large.next->prev = h;
+        m_large.next = h;
+    }
+
+    static void unlink(LargeHeader* h)
+    {
+        h->prev->next = h->next;
+        h->next->prev = h->prev;
+    }
+
     void* allocLarge(size_t nsize)
     {
-        void* p = std::malloc(nsize);
-        if (!p) return nullptr;
+        auto* h = static_cast<LargeHeader*>(std::malloc(sizeof(LargeHeader) + nsize));
+        if (!h) return nullptr;
+        link(h);
         m_stats.largeBlocks += 1;
         m_stats.largeBytes += nsize;
         m_stats.requestedBytes += nsize;
-        return p;
+        return h + 1;
+    }
+
+    void* reallocLarge(void* p, size_t osize, size_t nsize)
+    {
+        LargeHeader* h = headerOf(p);
+        unlink(h);
+        auto* q = static_cast<LargeHeader*>(std::realloc(h, sizeof(LargeHeader) + nsize));
+        if (!q) {
+            link(h);
+            return nsize < osize ? p : nullptr;
+        }
+        link(q);
+        m_stats.largeBytes += nsize - osize;
+        m_stats.requestedBytes += nsize - osize;
+        return q + 1;
     }
 
     void freeLarge(void* p, size_t osize)
     {
-        std::free(p);
+        LargeHeader* h = headerOf(p);
+        unlink(h);
+        std::free(h);
         m_stats.largeBlocks -= 1;
         m_stats.largeBytes -= osize;
         m_stats.requestedBytes -= osize;
@@ -309,6 +349,7 @@ private:
     char* m_cur = nullptr;
     char* m_end = nullptr;
     Chunk* m_chunks = nullptr;
+    LargeHeader m_large{&m_large, &m_large};  // the list's sentinel
     size_t m_nextChunk = kFirstChunk;
     size_t m_carvedBytes = 0;
     Stats m_stats;

@@ -4,7 +4,8 @@
 // (16, 32, ... 512), carved one after the other from large chunks and kept on
 // a free list per class once freed; nothing is stored beside a block, since
 // Lua hands the old size back on every call. Larger blocks go to
-// malloc/realloc/free. A realloc inside one class keeps the block; one across
+// malloc/realloc/free, behind a 16-byte header that keeps them on a list of
+// the pool (reachable for leak checks, freed with the pool). A realloc inside one class keeps the block; one across
 // classes (or between pool and malloc) copies. The heap of a state is so
 // denser than with malloc (no header per block, small objects side by side),
 // and the collector's sweep touches fewer cache lines.

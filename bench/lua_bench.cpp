@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <string>
 
+#include <malloc.h>
+
 #include <lua.hpp>
 
 #include "BenchLua.h"
@@ -145,11 +147,24 @@ void allocatorFigures(int objects, int rounds)
     lua_gc(L, LUA_GCCOLLECT, 0);
     LuaAlloc::Stats s{};
     LuaAlloc::stats(L, s);
-    std::printf("heap of N live objects: Lua counts %.0f KiB; pool: %.0f KiB in blocks (%zu small, %zu large), "
-                "%.0f KiB of chunks, %.0f KiB free in them\n",
-                s.requestedBytes / 1024.0, s.bytesInUse() / 1024.0, s.smallBlocks, s.largeBlocks,
-                s.chunkBytes / 1024.0, s.freeBytes / 1024.0);
+    std::printf("heap of N live objects on the pool: Lua counts %.0f KiB; %zu small blocks, %.0f KiB, in %.0f KiB "
+                "of chunks (%.0f KiB free); %zu large blocks, %.0f KiB\n",
+                s.requestedBytes / 1024.0, s.smallBlocks, s.smallBytes / 1024.0, s.chunkBytes / 1024.0,
+                s.freeBytes / 1024.0, s.largeBlocks, s.largeBytes / 1024.0);
     lua_close(L);
+
+#if !defined(VELMORA_LUAJIT)
+    // Lua 5.1's default allocator is realloc/free: malloc's own count shows
+    // what the same objects take there, block headers included.
+    const size_t before = mallinfo2().uordblks;
+    L = openState(false);
+    runOrExit(L, build);
+    lua_gc(L, LUA_GCCOLLECT, 0);
+    const size_t after = mallinfo2().uordblks;
+    std::printf("heap of N live objects on the default allocator: %.0f KiB from malloc\n",
+                (after - before) / 1024.0);
+    lua_close(L);
+#endif
 }
 
 }  // namespace

@@ -167,7 +167,7 @@ public:
     Stats stats() const
     {
         Stats s = m_stats;
-        s.freeBytes = m_carvedBytes - m_stats.smallBytes;
+        s.freeBytes = m_carvedBytes > m_stats.smallBytes ? m_carvedBytes - m_stats.smallBytes : 0;
         return s;
     }
 

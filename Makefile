@@ -1,10 +1,12 @@
 # The two commands: `make run` and `make test`. Both install what is missing,
-# configure and build first.
+# configure and build first. `make test-luajit` (and `make bench-luajit`) do the
+# same on a second build folder against LuaJIT instead of Lua 5.1.
 BUILD ?= build
+LUAJIT_BUILD ?= build-luajit
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps configure build run test bench fuzz clean
+.PHONY: all deps configure build run test bench fuzz clean configure-luajit build-luajit test-luajit bench-luajit
 
 all: build
 
@@ -24,14 +26,22 @@ run: build
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 600
 
+BENCHES = file_bench lua_bench engine_bench cl_bench mem_bench frame_bench load_bench
+
 bench: build
-	@$(BUILD)/bin/file_bench
-	@$(BUILD)/bin/lua_bench
-	@$(BUILD)/bin/engine_bench
-	@$(BUILD)/bin/cl_bench
-	@$(BUILD)/bin/mem_bench
-	@$(BUILD)/bin/frame_bench
-	@$(BUILD)/bin/load_bench
+	@set -e; for b in $(BENCHES); do $(BUILD)/bin/$$b; done
+
+configure-luajit: deps
+	@cmake -S . -B $(LUAJIT_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELMORA_LUA=luajit >/dev/null
+
+build-luajit: configure-luajit
+	@cmake --build $(LUAJIT_BUILD) -j $(JOBS)
+
+test-luajit: build-luajit
+	@cd $(LUAJIT_BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 600
+
+bench-luajit: build-luajit
+	@set -e; for b in $(BENCHES); do $(LUAJIT_BUILD)/bin/$$b; done
 
 # Fuzzes the file reader for FUZZ_SECONDS seconds from the seed corpus; what
 # it learns stays in $(BUILD)/fuzz/corpus for the next run, and a crashing
@@ -46,4 +56,4 @@ fuzz: build
 	fi
 
 clean:
-	@rm -rf $(BUILD)
+	@rm -rf $(BUILD) $(LUAJIT_BUILD)

@@ -10,6 +10,7 @@
 
 #include <unistd.h>
 
+#include "BenchLua.h"
 #include "compute/OclGlobal.h"
 #include "compute/oclObject.h"
 
@@ -37,6 +38,7 @@ std::string kernelText(int variant)
 
 int main()
 {
+    printLuaBuild("cl_bench");
     char tmpl[] = "/tmp/velmora-cl-bench-XXXXXX";
     if (mkdtemp(tmpl)) setenv("POCL_CACHE_DIR", tmpl, 1);
     OclGlobal::startContexts();

@@ -13,6 +13,7 @@
 #include <lua.hpp>
 #include <unistd.h>
 
+#include "BenchLua.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/Clock.h"
 #include "runtime/RtnApplication.h"
@@ -53,6 +54,7 @@ std::string executableFolder()
 
 int main(int argc, char** argv)
 {
+    printLuaBuild("engine_bench");
     const int processors = 1000;
     const int registersEach = 8;
     const int calls = processors * registersEach;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "BenchLua.h"
 #include "node/ScnNode.h"
 #include "render/ScnShader.h"
 #include "runtime/AppGlobal.h"
@@ -11,6 +12,7 @@
 
 int main(int argc, char** argv)
 {
+    printLuaBuild("file_bench");
     int nodes = argc > 1 ? std::atoi(argv[1]) : 100000;
     AppGlobal::startModules();
 

@@ -12,6 +12,7 @@
 
 #include <unistd.h>
 
+#include "BenchLua.h"
 #include "platform/GlContext.h"
 #include "render/ScnScene.h"
 #include "render/ScnShader.h"
@@ -57,6 +58,7 @@ void print(const char* what, const Figures& f)
 
 int main()
 {
+    printLuaBuild("frame_bench");
     std::string glError;
     std::unique_ptr<EglContext> gl = EglContext::create(1024, 768, glError);
     if (!gl) {

@@ -17,6 +17,7 @@
 
 #include <unistd.h>
 
+#include "BenchLua.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
 #include "runtime/Clock.h"
@@ -135,6 +136,7 @@ RtnApplication* makeApplication(const Case& c, int& nodes)
 
 int main(int argc, char** argv)
 {
+    printLuaBuild("load_bench");
     // An optional argument runs only the cases of at most that many processors.
     const int most = argc > 1 ? std::max(1, std::atoi(argv[1])) : 1 << 30;
     char tmpl[] = "/tmp/velmora-load-bench-XXXXXX";

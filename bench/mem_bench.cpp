@@ -10,6 +10,7 @@
 #include <lua.hpp>
 #include <unistd.h>
 
+#include "BenchLua.h"
 #include "compute/OclGlobal.h"
 #include "compute/OclLua.h"
 #include "memory/MemObjects.h"
@@ -45,6 +46,7 @@ double perElement(lua_State* L, const char* what, const std::string& code, int e
 
 int main()
 {
+    printLuaBuild("mem_bench");
     char tmpl[] = "/tmp/velmora-mem-bench-XXXXXX";
     if (mkdtemp(tmpl)) setenv("POCL_CACHE_DIR", tmpl, 1);
     AppGlobal::startModules();

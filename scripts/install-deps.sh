@@ -6,7 +6,7 @@ set -euo pipefail
 
 PACKAGES=(
   build-essential cmake pkg-config
-  liblua5.1-0-dev
+  liblua5.1-0-dev libluajit-5.1-dev
   ocl-icd-opencl-dev opencl-headers ocl-icd-libopencl1 pocl-opencl-icd clinfo
   libglew-dev libglm-dev librapidxml-dev
   libegl-dev libegl-mesa0 libgl-dev libgl1-mesa-dri libgles-dev mesa-common-dev

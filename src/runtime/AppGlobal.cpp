@@ -18,6 +18,7 @@
 #include "platform/Settings.h"
 #include "runtime/Channels.h"
 #include "runtime/DirModule.h"
+#include "runtime/LuaAlloc.h"
 #include "runtime/LuaExt.h"
 #include "runtime/ScnLua.h"
 
@@ -178,7 +179,9 @@ lua_State* luaState() { return g_lua; }
 
 lua_State* newLuaState(const std::string& project)
 {
-    lua_State* L = luaL_newstate();
+    // The state allocates from a small-block pool of its own (LuaAlloc.h),
+    // freed by lua_close.
+    lua_State* L = LuaAlloc::newState();
     if (!L) {
         LogStream(Channels::error(), "lua") << "Unable to create the Lua state";
         return nullptr;

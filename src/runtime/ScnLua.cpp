@@ -1,5 +1,7 @@
 #include "runtime/ScnLua.h"
 
+#include <cstring>
+
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
 #include "runtime/ScnScriptEnv.h"
@@ -230,10 +232,10 @@ ScnLuaClassBase::ScnLuaClassBase(lua_State* L, const ScnNodeType& type, lua_CFun
     lua_setmetatable(L, m_t);
 }
 
-void ScnLuaClassBase::addClosure(const char* name, void* record, lua_CFunction dispatch)
+void ScnLuaClassBase::addClosure(const char* name, const void* record, size_t size, lua_CFunction dispatch)
 {
     lua_pushstring(m_L, name);
-    lua_pushlightuserdata(m_L, record);
+    std::memcpy(lua_newuserdata(m_L, size), record, size);
     lua_pushcclosure(m_L, dispatch, 1);
     lua_rawset(m_L, m_t);
 }

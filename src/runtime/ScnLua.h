@@ -84,8 +84,10 @@ void reportFailure(lua_State* L, const char* source);
 
 }  // namespace ScnLua
 
-// One script method: one record per method, made at registration and never
-// freed (the closures point at it for the life of the process).
+// One script method: one record per method, made at registration as the
+// full userdata upvalue of the method's closure, so that it belongs to the
+// state (a heap record behind a light userdata would be invisible to leak
+// checks under LuaJIT's GC64, which stores light userdata tagged).
 template <class T>
 struct ScnLuaMethod {
     const char* name;
@@ -104,8 +106,9 @@ protected:
     // Pushes M, T and U and links them; raises a Lua error when the parent
     // class has no Lua class yet (registration order is parent first).
     ScnLuaClassBase(lua_State* L, const ScnNodeType& type, lua_CFunction tostring);
-    // T[name] = closure(dispatch, record).
-    void addClosure(const char* name, void* record, lua_CFunction dispatch);
+    // T[name] = closure(dispatch, a userdata holding a copy of the `size`
+    // bytes of `record`).
+    void addClosure(const char* name, const void* record, size_t size, lua_CFunction dispatch);
     // Leaves M alone on top, anchors it in the registry and returns the reference.
     int finish();
 
@@ -124,9 +127,9 @@ public:
     // index 1 on and returns the number of results.
     void add(const char* name, Method call)
     {
-        auto* record = new (std::nothrow) ScnLuaMethod<T>{name, call};
-        if (!record) luaL_error(m_L, "%s: no memory for method %s", T::s_type.name, name);
-        addClosure(name, record, &dispatch);
+        static_assert(std::is_trivially_copyable_v<ScnLuaMethod<T>>);
+        const ScnLuaMethod<T> record{name, call};
+        addClosure(name, &record, sizeof record, &dispatch);
     }
 
     // The object of this class at `idx`, or null.

@@ -118,7 +118,6 @@ struct FireArgs {
     CmdRegister* reg;
     int index;
     ScnNode* node;
-    bool restore;  // put the old `event` back afterwards (not for OnTime)
     std::string message;
     bool failed = false;
 };
@@ -134,23 +133,23 @@ int fireBody(lua_State* L)
     ScnScript::pushEnvironment(L, r->processor()->environment());
     if (!lua_istable(L, -1)) return 0;
     int env = lua_gettop(L);
-    if (a->restore) lua_getfield(L, env, "event");  // the old value, restored after the call
+    lua_getfield(L, env, "event");  // the old value, restored after the call
     ScnLua::pushNode(L, a->node);
     lua_setfield(L, env, "event");
     if (!ScnScript::runFunction(L, r->functions(), a->index, r->functionTable(), &a->message) &&
         r->functions().getError(a->index))
         a->failed = true;
-    if (a->restore) lua_setfield(L, env, "event");  // nested events see their own `event` again
+    lua_setfield(L, env, "event");  // nested events see their own `event` again
     return 0;
 }
 
 }  // namespace
 
-void CmdRegister::run(int index, ScnNode* node, bool restore)
+void CmdRegister::run(int index, ScnNode* node)
 {
     lua_State* L = AppGlobal::luaState();
     int top = lua_gettop(L);
-    FireArgs a{this, index, node, restore, {}};
+    FireArgs a{this, index, node, {}};
     if (ScnLua::pcall(L, fireBody, &a) != 0) {
         const char* msg = lua_type(L, -1) == LUA_TSTRING ? lua_tostring(L, -1) : "(error object is not a string)";
         report(msg);
@@ -165,22 +164,13 @@ void CmdRegister::fire(int index, ScnNode* node)
     lua_State* L = AppGlobal::luaState();
     if (!L || m_tableRef == -1 || index < 0 || index >= m_functions->count()) return;
     if (m_functions->getError(index) || m_functions->getLuaRef(index) == -1) return;
-    run(index, node, true);
+    run(index, node);
 }
 
 bool CmdRegister::timeReady() const
 {
     return m_tableRef != -1 && m_functions->count() > RtnRegister::OnTime &&
            !m_functions->getError(RtnRegister::OnTime) && m_functions->getLuaRef(RtnRegister::OnTime) != -1;
-}
-
-void CmdRegister::onTime()
-{
-    if (!Engine::running || !m_processor->active) return;
-    lua_State* L = AppGlobal::luaState();
-    if (!L || !timeReady()) return;
-    // `event` is the oldest token, and stays set after the call.
-    run(RtnRegister::OnTime, m_tokens.first(), false);
 }
 
 // -- processors -------------------------------------------------------------------

@@ -38,9 +38,8 @@ public:
     void remove(ScnNode* token, bool events);
     // Runs event function `index` with `node` as `event`, restoring `event` after.
     void fire(int index, ScnNode* node);
-    // OnTime: once per frame while running, `event` the oldest token (not restored).
-    void onTime();
-    // True when OnTime is compiled and has not failed.
+    // True when OnTime is compiled and has not failed; the processor's
+    // event sweep runs it once per frame with `event` the oldest token.
     bool timeReady() const;
     // Reports the Lua message on top of the stack against this register and pops it.
     void reportFailure(lua_State* L);
@@ -61,8 +60,8 @@ protected:
 private:
     void onTokenEvent(int index, ScnNode* token);
     void report(const char* message);
-    // Sets `event` and runs one function, all under protection.
-    void run(int index, ScnNode* node, bool restore);
+    // Sets `event`, runs one function and restores `event`, all under protection.
+    void run(int index, ScnNode* node);
 
     CmdProcessor* m_processor;
     int m_index;

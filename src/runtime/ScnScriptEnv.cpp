@@ -113,13 +113,6 @@ int compileBody(lua_State* L)
     return 0;
 }
 
-int collectBody(lua_State* L)
-{
-    // Inside a protected call: a finaliser's error must not reach C++.
-    lua_gc(L, LUA_GCCOLLECT, 0);
-    return 0;
-}
-
 void unref(lua_State* L, int pseudo, int tableRef, int ref)
 {
     UnrefArgs a{pseudo, tableRef, ref};
@@ -266,7 +259,8 @@ bool runGlobalText(lua_State* L, const std::string& text, int envRef, std::strin
 
 void collectAfterGlobalText(lua_State* L)
 {
-    if (L && ScnLua::pcall(L, collectBody, nullptr) != 0) reportOnErrorChannel(L, "lua");
+    // A finaliser that raises is reported as at every other collection.
+    ScnLua::collect(L, LUA_GCCOLLECT, 0);
 }
 
 ErrorPosition parseError(const char* message)

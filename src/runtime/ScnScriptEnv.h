@@ -60,7 +60,7 @@ bool runFunction(lua_State* L, ScnMFFunction& functions, int i, int tableRef, st
 // collectAfterGlobalText, after one text or once after all of a build's.
 bool runGlobalText(lua_State* L, const std::string& text, int envRef, std::string* message = nullptr);
 // The full collection that follows global text; a finaliser that raises is
-// reported on the error channel.
+// reported on the script error channel, as at every other collection.
 void collectAfterGlobalText(lua_State* L);
 
 // The position in a Lua message "[string \"chunk\"]:line: text": the chunk

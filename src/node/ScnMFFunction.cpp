@@ -30,6 +30,7 @@ void ScnMFFunction::read(ScnInStream& in)
         if (!in.read(e.name, sizeof e.name) || !in.readU32(len) || !in.readString(e.code, len)) return;
     }
     m_entries.swap(entries);
+    ++m_version;
 }
 
 void ScnMFFunction::write(ScnOutStream& out) const
@@ -46,6 +47,7 @@ void ScnMFFunction::assign(const ScnField& other)
 {
     const auto& src = static_cast<const ScnMFFunction&>(other);
     if (&src == this) return;
+    ++m_version;
     m_entries.clear();
     for (const ScnFunctionEntry& e : src.m_entries) {
         ScnFunctionEntry c;
@@ -67,6 +69,7 @@ std::string ScnMFFunction::toText() const
 
 void ScnMFFunction::append(const ScnFunctionEntry& entry)
 {
+    ++m_version;
     if (m_entries.size() == m_entries.capacity()) m_entries.reserve(m_entries.empty() ? 1 : m_entries.size() * 2);
     m_entries.push_back(entry);
 }
@@ -90,11 +93,13 @@ void ScnMFFunction::remove(std::string_view name)
 {
     int i = indexOf(name);
     if (i < 0) return;
+    ++m_version;
     if (static_cast<size_t>(i) != m_entries.size() - 1) m_entries[i] = std::move(m_entries.back());
     m_entries.pop_back();
 }
 
 void ScnMFFunction::setCode(int i, std::string_view code)
 {
+    ++m_version;
     m_entries[i].code.assign(code.data(), code.size());
 }

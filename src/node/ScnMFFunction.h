@@ -38,19 +38,39 @@ public:
     void remove(std::string_view name);
     int indexOf(std::string_view name) const;
 
-    ScnFunctionEntry& entry(int i) { return m_entries[i]; }
+    ScnFunctionEntry& entry(int i)
+    {
+        ++m_version;
+        return m_entries[i];
+    }
     const ScnFunctionEntry& entry(int i) const { return m_entries[i]; }
     const std::string& getCode(int i) const { return m_entries[i].code; }
     // Replaces the code; "" leaves no code.
     void setCode(int i, std::string_view code);
     size_t getLength(int i) const { return m_entries[i].code.size(); }
     bool getModified(int i) const { return m_entries[i].modified; }
-    void setModified(int i, bool on) { m_entries[i].modified = on; }
+    void setModified(int i, bool on)
+    {
+        ++m_version;
+        m_entries[i].modified = on;
+    }
     bool getError(int i) const { return m_entries[i].error; }
-    void setError(int i, bool on) { m_entries[i].error = on; }
+    void setError(int i, bool on)
+    {
+        ++m_version;
+        m_entries[i].error = on;
+    }
     int getLuaRef(int i) const { return m_entries[i].luaRef; }
-    void setLuaRef(int i, int ref) { m_entries[i].luaRef = ref; }
+    void setLuaRef(int i, int ref)
+    {
+        ++m_version;
+        m_entries[i].luaRef = ref;
+    }
+    // Changes with every change of the list or of an entry, so a holder may
+    // cache what it derived from an entry and check one number per use.
+    uint32_t version() const { return m_version; }
 
 private:
     std::vector<ScnFunctionEntry> m_entries;
+    uint32_t m_version = 1;
 };

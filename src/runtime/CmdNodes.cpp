@@ -52,6 +52,9 @@ CmdRegister::~CmdRegister()
 void CmdRegister::releaseFunctions()
 {
     lua_State* L = AppGlobal::luaState();
+    if (L && m_timeRef) luaL_unref(L, LUA_REGISTRYINDEX, m_timeRef);
+    m_timeRef = 0;
+    m_timeVersion = 0;
     if (!L || m_tableRef == -1) return;
     for (int i = 0; i < m_functions->count(); ++i) ScnScript::removeCompiled(L, *m_functions, i, m_tableRef);
     ScnScript::releaseFunctionTable(L, m_tableRef);
@@ -167,10 +170,26 @@ void CmdRegister::fire(int index, ScnNode* node)
     run(index, node);
 }
 
-bool CmdRegister::timeReady() const
+bool CmdRegister::pushTimeFunction(lua_State* L)
 {
-    return m_tableRef != -1 && m_functions->count() > RtnRegister::OnTime &&
-           !m_functions->getError(RtnRegister::OnTime) && m_functions->getLuaRef(RtnRegister::OnTime) != -1;
+    const uint32_t version = m_functions->version();
+    if (version != m_timeVersion) {
+        if (m_timeRef) luaL_unref(L, LUA_REGISTRYINDEX, m_timeRef);
+        m_timeRef = 0;
+        const ScnMFFunction& f = *m_functions;
+        if (m_tableRef != -1 && f.count() > RtnRegister::OnTime && !f.getError(RtnRegister::OnTime) &&
+            f.getLuaRef(RtnRegister::OnTime) != -1) {
+            lua_rawgeti(L, LUA_REGISTRYINDEX, m_tableRef);
+            lua_rawgeti(L, -1, f.getLuaRef(RtnRegister::OnTime));
+            lua_remove(L, -2);
+            m_timeRef = luaL_ref(L, LUA_REGISTRYINDEX);
+            if (m_timeRef == LUA_REFNIL) m_timeRef = 0;
+        }
+        m_timeVersion = version;
+    }
+    if (!m_timeRef) return false;
+    lua_rawgeti(L, LUA_REGISTRYINDEX, m_timeRef);
+    return true;
 }
 
 // -- processors -------------------------------------------------------------------
@@ -245,16 +264,12 @@ int timeSweep(lua_State* L)
     while (CmdRegister* r = p->registers.nextValue()) {
         // A register may stop the processor; the rest of the sweep stays silent.
         if (!p->active) break;
-        if (!r->timeReady()) continue;
+        if (!r->pushTimeFunction(L)) continue;
         lua_pushvalue(L, key);
         ScnLua::pushNode(L, r->tokens().first());
         lua_settable(L, env);  // stays set after the call
-        ScnMFFunction& f = r->functions();
-        lua_rawgeti(L, LUA_REGISTRYINDEX, r->functionTable());
-        lua_rawgeti(L, -1, f.getLuaRef(RtnRegister::OnTime));
-        lua_remove(L, -2);
         if (lua_pcall(L, 0, 0, 0) != 0) {
-            f.setError(RtnRegister::OnTime, true);
+            r->functions().setError(RtnRegister::OnTime, true);
             r->reportFailure(L);
         }
     }

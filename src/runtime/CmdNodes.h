@@ -38,9 +38,13 @@ public:
     void remove(ScnNode* token, bool events);
     // Runs event function `index` with `node` as `event`, restoring `event` after.
     void fire(int index, ScnNode* node);
-    // True when OnTime is compiled and has not failed; the processor's
-    // event sweep runs it once per frame with `event` the oldest token.
-    bool timeReady() const;
+    // Pushes OnTime and returns true when it is compiled and has not failed;
+    // the processor's event sweep runs it once per frame with `event` the
+    // oldest token. The function is kept in a registry reference of its own,
+    // checked against the function list's version, so an unchanged register
+    // costs one number read on the design side. Raises on memory errors: call
+    // it under protection.
+    bool pushTimeFunction(lua_State* L);
     // Reports the Lua message on top of the stack against this register and pops it.
     void reportFailure(lua_State* L);
     // Compiles one function again; false when it failed (reported).
@@ -67,6 +71,8 @@ private:
     int m_index;
     int m_tableRef = -1;
     ScnMFFunction* m_functions;
+    uint32_t m_timeVersion = 0;  // the list's version m_timeRef was taken at
+    int m_timeRef = 0;           // registry reference of OnTime, 0 for none
     FCTFunctor2V<CmdRegister, int, ScnNode*> m_listener{this, &CmdRegister::onTokenEvent};
     TokenQueue m_tokens;
 };

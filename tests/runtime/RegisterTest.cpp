@@ -347,6 +347,34 @@ TEST_F(Register, CompiledCodeReplacesRunningCodeAndRevivesAStoppedFunction)
     EXPECT_EQ(drain(), (Lines{"(script): deposit a", "(script): deposit b"}));
 }
 
+// The frame's sweep keeps OnTime at hand between frames; a failure that
+// reaches it by another road (a token's own event 0) must still stop it.
+TEST_F(Register, OnTimeStoppedOutsideTheSweepStaysStoppedInTheSweep)
+{
+    auto* wheel = new ScnGroup();
+    ScnNode* wheelTwin = addToWorld(wheel, "wheel");
+    RtnRegister* r = mainProcessor()->createRegister(0);
+    ASSERT_TRUE(program(r, 0, "n = (n or 0) + 1 if n == 2 then error('second run') end print('run ' .. n)"));
+    r->deposit(wheel);
+    m_doc.toggleSimulation();
+    ticks(1);
+    EXPECT_EQ(drain(), (Lines{"(script): run 1"}));
+
+    wheelTwin->notify(0);  // the token's event 0 runs OnTime outside the sweep, and it fails
+    ASSERT_TRUE(r->functions.getError(0));
+    Channels::drainMerged();
+    ticks(2);
+    EXPECT_TRUE(drain().empty());
+
+    // A function list that grows or shrinks under the register is seen too.
+    ASSERT_TRUE(program(r, 0, "print('again')"));
+    ticks(1);
+    EXPECT_EQ(drain(), (Lines{"(script): again"}));
+    r->functions.remove("OnTime");  // OnRemove, with no code, takes index 0
+    ticks(1);
+    EXPECT_TRUE(drain().empty());
+}
+
 TEST_F(Register, TokenDeletedFromTheRunTimeTreeLivesUntilTheRegisterLetsGo)
 {
     RtnProcessor* p = mainProcessor();

@@ -6,6 +6,10 @@
 
 #include <lua.hpp>
 
+#include "compute/OclGlobal.h"
+#include "compute/OclNodes.h"
+#include "memory/MemNodes.h"
+#include "memory/MemTypes.h"
 #include "render/ScnCameraExamine.h"
 #include "render/ScnViewpoint.h"
 #include "render/ScnWorld.h"
@@ -558,4 +562,46 @@ TEST_F(CameraFrame, StoredViewpointsSurviveTheFileAndAreRecalled)
     const Vec e = column(camera(), 3);
     const double speed = static_cast<float>(12.0 / 105);
     EXPECT_VEC(e, -z.x * speed, 0, 12 - z.z * speed);
+}
+
+TEST_F(CameraFrame, CameraParamsFillTheGsCameraRecordOfAMappedBuffer)
+{
+    ASSERT_NE(OclGlobal::currentContext(), nullptr) << "no OpenCL platform on this machine";
+    RtnApplication app;
+    auto* platform = new OclPlatform;
+    for (const char* size : {"30", "29"}) {
+        auto* b = new OclBuffer;
+        b->type = MemTypes::Float;
+        b->dim0 = size;
+        b->name = std::string("b") + size;
+        platform->append(b);
+    }
+    app.openCL.node.append(platform);
+    // Turned a quarter about y and placed at (3, 4, 5).
+    ScnMatrix16 m = ScnMatrix16::translation(3, 4, 5);
+    m.m[0] = 0, m.m[2] = -1, m.m[8] = 1, m.m[10] = 0;
+    app.camera.node.matrix = m;
+    open(app);
+    lua("b = OpenCL.clPlatform.b30:getBuffer(); small = OpenCL.clPlatform.b29:getBuffer()\n"
+        "ok1, e1 = pcall(Camera.getCameraParams, Camera, b)\n"
+        "mem.map(b, mem.READ_WRITE); mem.map(small, mem.READ_WRITE)\n"
+        "Camera:getCameraParams(b)\n"
+        "record = {}\n"
+        "for i = 0, 29 do record[#record + 1] = string.format('%g', mem.get(b, i) + 0) end\n"
+        "record = table.concat(record, ' ')\n"
+        "ok2, e2 = pcall(Camera.getCameraParams, Camera, small)\n"
+        "ok3, e3 = pcall(Camera.getCameraParams, Camera, OpenGL)\n"
+        "mem.unmap(b); mem.unmap(small)");
+    lua_State* L = AppGlobal::luaState();
+    lua_getglobal(L, "record");
+    // xAxis, yAxis, zAxis, ePos, then the axes of the inverse, far, near.
+    EXPECT_STREQ(lua_tostring(L, -1), "0 0 -1 0 0 1 0 0 1 0 0 0 3 4 5 1 0 0 1 0 0 1 0 0 -1 0 0 0 5000 0.1");
+    lua_pop(L, 1);
+    for (auto [name, words] : {std::pair{"e1", "buffer not mapped"}, std::pair{"e2", "buffer smaller than structure size"},
+                               std::pair{"e3", "1D buffer object expected"}}) {
+        lua_getglobal(L, name);
+        const char* e = lua_tostring(L, -1);
+        EXPECT_NE(std::string(e ? e : "").find(words), std::string::npos) << name << ": " << (e ? e : "(none)");
+        lua_pop(L, 1);
+    }
 }

@@ -1,64 +1,71 @@
-// Cameras: the view and projection of a scene; their children are the
-// framebuffers they render. Viewpoints: stored positions with their own lens.
+// A camera: the view and projection of a scene. Its children are what it
+// renders, in order: framebuffers (each draws its root or the scene), light
+// buffers (only their two events) and shaders (nothing at this level).
 #pragma once
 
 #include "node/ScnNode.h"
-#include "render/ScnDeferredLight.h"
 
 class ScnRenderScene;
 class ScnFramebuffer;
+class ScnMFFunction;
 
 class ScnCamera : public ScnGroup {
     SCN_NODE(ScnCamera, ScnGroup)
 public:
     ScnCamera();
+    ~ScnCamera() override;
 
-    ScnSF<float> fov{this, "fov", 1.0471976f};
+    ScnSF<float> fov{this, "fov", 1.0471976f};  // vertical, radians
     ScnSF<float> aspect{this, "aspect", 1.33333f};
     ScnSF<float> farPlane{this, "far", 5000.0f};
     ScnSF<float> nearPlane{this, "near", 0.1f};
     ScnSFBool visible{this, "visible", true};
 
-    // Run-time members.
-    ScnMatrix16 worldMatrix;  // camera to world
-    bool active = false;
+    // Events after the three of every register.
+    enum Event { OnPreRender = 3, OnPostRender = 4 };
 
-    // An active camera enters the render queue in the camera event pass.
-    void onEvent(ScnAction& action) override;
-    // Renders this camera's framebuffers, each with its root or `scene`; a
-    // camera none of whose framebuffers has a target draws `scene` straight
-    // into the view.
-    virtual void render(ScnRenderScene& target, ScnNode* scene);
-    // The framebuffer the display step shows, or null.
-    ScnFramebuffer* displayFramebuffer();
+    // -- run-time members ------------------------------------------------------
+    double frustum[4] = {5000, 0.1, 0, 0};  // far, near, half width and half height at the near plane
+    float projection[16] = {};              // rebuilt at each render
+    ScnMatrix16 worldMatrix;                // camera to world
+    ScnMatrix16 inverseMatrix;              // world to camera: the view matrix
+    float worldFloat[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    float inverseFloat[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    double eye[3] = {0, 0, 0};              // translation of the world matrix
+    bool active = false;                    // only active cameras render
+    double focusDistance = 0.1;             // set per frame by the frame step
     int displayAttachment = 0;
-};
 
-class ScnCameraExamine : public ScnCamera {
-    SCN_NODE(ScnCameraExamine, ScnCamera)
-public:
-    ScnCameraExamine();
+    // Stores the world matrix with its float copy, its inverse and the eye point.
+    virtual void setMatrix(const ScnMatrix16& m);
+    // Lens (fov, aspect, far, near) and matrix from another camera or a
+    // viewpoint; anything else is ignored.
+    virtual void copyLens(const ScnNode& source);
+    // Near, far and matrix: the running camera matched to the design camera.
+    virtual void matchCamera(const ScnCamera& other);
 
-    ScnSF<float> speed{this, "speed", 1.0f};
-    ScnSFMatrix matrix{this, "matrix", ScnMatrix16::translation(0, 0, 12)};
-    ScnSFNode<ScnDeferredPointLight> light{this, "light"};
+    // The frustum and the projection from fov, aspect, near and far.
+    void refreshProjection();
 
-    // Until navigated, the view starts from the stored matrix.
+    // The framebuffer the display step shows, or null.
+    ScnFramebuffer* displayFramebuffer() const { return m_display; }
+    void setDisplayFramebuffer(ScnFramebuffer* fb) { m_display = fb; }
+
+    // An active camera enters the render queue, then mask 3.
     void onEvent(ScnAction& action) override;
-
-    // The camera branch publishes itself as a script global under its name.
-    void onCreate(ScnAction& action) override;
+    // The first framebuffer child becomes the display framebuffer, shown
+    // from attachment 0.
+    void onUpdate(ScnAction& action) override;
+    // The camera leaves the render queue.
     void onDestroy(ScnAction& action) override;
-};
+    void addEvents(ScnMFFunction& functions) override;
+    void removeEvents(ScnMFFunction& functions) override;
 
-// A position a camera can be moved to, with its own lens.
-class ScnViewpoint : public ScnNode {
-    SCN_NODE(ScnViewpoint, ScnNode)
-public:
-    ScnViewpoint();
+    // Refreshes the projection, fires OnPreRender, handles the children in
+    // order, fires OnPostRender. A camera none of whose framebuffers has a
+    // GL target draws `scene` straight into the view.
+    virtual void render(ScnRenderScene& target, ScnNode* scene);
 
-    ScnSF<float> fov{this, "fov", 1.0471976f};
-    ScnSF<float> aspect{this, "aspect", 1.0f};
-    ScnSF<float> farPlane{this, "far", 10.0f};
-    ScnSF<float> nearPlane{this, "near", 0.1f};
+private:
+    ScnFramebuffer* m_display = nullptr;
 };

@@ -1,7 +1,6 @@
 #include <cstdio>
 
 #include "node/ScnStream.h"
-#include "render/ScnCamera.h"
 #include "render/ScnDeferredLight.h"
 #include "render/ScnFramebuffer.h"
 #include "render/ScnShader.h"
@@ -75,28 +74,6 @@ void ScnShader::loadSources(const std::string& sourceName)
     readText(base + ".vert", vertex.value);
     readText(base + ".frag", fragment.value);
     readText(base + ".geom", geometry.value);
-}
-
-// -- cameras ----------------------------------------------------------------------
-
-ScnNodeType ScnCamera::s_type;
-ScnNodeType ScnCameraExamine::s_type;
-
-ScnCamera::ScnCamera()
-{
-    name = "camera";
-}
-
-ScnCameraExamine::ScnCameraExamine()
-{
-    name = "Camera";
-}
-
-ScnNodeType ScnViewpoint::s_type;
-
-ScnViewpoint::ScnViewpoint()
-{
-    name = "viewpoint";
 }
 
 // -- lights -----------------------------------------------------------------------

@@ -21,6 +21,7 @@
 #include "runtime/RtnSelection.h"
 #include "runtime/ScnLua.h"
 #include "widgets/GuiRoot.h"
+#include "widgets/InputState.h"
 
 extern int g_scnMaxGeometryOutput;
 
@@ -30,26 +31,26 @@ ScnActionRender::ScnActionRender(ScnCamera* cam, int width, int height) : camera
 {
     viewport[0] = static_cast<float>(width);
     viewport[1] = static_cast<float>(height);
-    if (!cam) return;
-    double fovy = cam->fov.value, n = cam->nearPlane.value, f = cam->farPlane.value;
-    double a = cam->aspect.value > 0 ? cam->aspect.value : 1.0;
-    double t = std::tan(fovy / 2);
-    if (t > 0 && n > 0 && f > n) {
-        // A perspective projection from the camera's fields, and its inverse.
-        ScnMatrix16 p;
-        std::memset(p.m, 0, sizeof p.m);
-        p.m[0] = 1 / (a * t);
-        p.m[5] = 1 / t;
-        p.m[10] = -(f + n) / (f - n);
-        p.m[11] = -1;
-        p.m[14] = -2 * f * n / (f - n);
-        projection = p;
-        if (!scnInverse(projection, projectionInverse)) projectionInverse = ScnMatrix16{};
-        aspect[0] = static_cast<float>(2 * t * a);
-        aspect[1] = static_cast<float>(2 * t);
+    if (cam) cam->refreshProjection();
+    takeCamera();
+}
+
+void ScnActionRender::takeCamera()
+{
+    if (!camera) return;
+    for (int i = 0; i < 16; ++i) projection.m[i] = camera->projection[i];
+    if (!scnInverse(projection, projectionInverse)) projectionInverse = ScnMatrix16{};
+    const double n = camera->frustum[1];
+    if (n > 0) {
+        aspect[0] = static_cast<float>(2 * camera->frustum[2] / n);
+        aspect[1] = static_cast<float>(2 * camera->frustum[3] / n);
     }
-    cameraMatrix = cam->worldMatrix;
-    if (!scnInverse(cameraMatrix, view)) view = ScnMatrix16{};
+    cameraMatrix = camera->worldMatrix;
+    view = camera->inverseMatrix;
+    if (ScnFramebuffer* fb = camera->displayFramebuffer()) {
+        viewport[0] = static_cast<float>(fb->width.value);
+        viewport[1] = static_cast<float>(fb->height.value);
+    }
 }
 
 void ScnActionRender::visit(ScnNode* node)
@@ -101,10 +102,7 @@ ScnWorld* currentWorld = nullptr;
 ScnTransform* currentTransform = nullptr;
 ScnNode* selectedNode = nullptr;
 int lightCount = 0;
-double focusDistance = 1.7976931348623157e308;
 double sceneBox[7] = {0, 0, 0, 0, 0, 0, 0};
-bool leftButtonReleased = false;
-bool controlHeld = false;
 
 namespace {
 ScnCamera* s_mainCamera = nullptr;
@@ -113,6 +111,7 @@ int s_head = 0, s_tail = 0;
 
 GLuint s_quadVao = 0, s_quadPositions = 0, s_quadTexCoords = 0;
 GLuint s_axesVao = 0, s_axesBuffer = 0;
+GLuint s_wireVao = 0, s_wireBuffer = 0;
 
 ScnShader& staticShader(const char* name, const char* vertex, const char* fragment)
 {
@@ -144,11 +143,7 @@ void setMainCamera(ScnCamera* camera)
     if (camera == s_mainCamera) return;
     if (s_mainCamera) {
         s_mainCamera->active = false;
-        // It leaves the queue: entries of other cameras keep their order.
-        int kept = 0;
-        for (int i = s_head; i != s_tail; i = (i + 1) % static_cast<int>(s_queue.size()))
-            if (s_queue[i] != s_mainCamera) s_queue[(s_head + kept++) % s_queue.size()] = s_queue[i];
-        s_tail = (s_head + kept) % static_cast<int>(s_queue.size());
+        removeFromQueue(s_mainCamera);
     }
     s_mainCamera = camera;
     if (camera) camera->active = true;
@@ -186,6 +181,14 @@ ScnCamera* dequeueCamera()
     ScnCamera* c = s_queue[s_head];
     s_head = (s_head + 1) % static_cast<int>(s_queue.size());
     return c;
+}
+
+void removeFromQueue(ScnCamera* camera)
+{
+    int kept = 0;
+    for (int i = s_head; i != s_tail; i = (i + 1) % static_cast<int>(s_queue.size()))
+        if (s_queue[i] != camera) s_queue[(s_head + kept++) % s_queue.size()] = s_queue[i];
+    s_tail = (s_head + kept) % static_cast<int>(s_queue.size());
 }
 
 int queuedCameras()
@@ -296,6 +299,27 @@ void endWire()
     solidShader().end();
 }
 
+void drawTriangles(const float* vertices, int count)
+{
+    ScnShader* shader = currentShader;
+    if (!shader || !shader->program || count <= 0) return;
+    GLint vertex = glGetAttribLocation(shader->program, "gs_Vertex");
+    if (vertex < 0) return;
+    if (!s_wireVao) {
+        glGenVertexArrays(1, &s_wireVao);
+        glGenBuffers(1, &s_wireBuffer);
+    }
+    glBindVertexArray(s_wireVao);
+    glBindBuffer(GL_ARRAY_BUFFER, s_wireBuffer);
+    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(count) * 3 * sizeof(float), vertices, GL_STREAM_DRAW);
+    glEnableVertexAttribArray(vertex);
+    glVertexAttribPointer(vertex, 3, GL_FLOAT, GL_FALSE, 0, nullptr);
+    glDrawArrays(GL_TRIANGLES, 0, count);
+    glDisableVertexAttribArray(vertex);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+    glBindVertexArray(0);
+}
+
 }  // namespace ScnScene
 
 // -- static shaders and buffers ---------------------------------------------------
@@ -384,49 +408,6 @@ void ScnWorld::onUpdate(ScnAction& action)
     ScnMatrix::onUpdate(action);
 }
 
-void ScnCamera::onEvent(ScnAction& action)
-{
-    if (active) ScnScene::enqueueCamera(this);
-    ScnGroup::onEvent(action);
-}
-
-void ScnCameraExamine::onEvent(ScnAction& action)
-{
-    if (worldMatrix.isIdentity()) worldMatrix = matrix.value;
-    ScnCamera::onEvent(action);
-}
-
-ScnFramebuffer* ScnCamera::displayFramebuffer()
-{
-    for (ScnNode* n = firstChild(); n; n = n->next())
-        if (auto* fb = dynamic_cast<ScnFramebuffer*>(n)) return fb;
-    return nullptr;
-}
-
-void ScnCamera::render(ScnRenderScene& target, ScnNode* scene)
-{
-    ScnActionRender& action = target.action;
-    bool drew = false;
-    for (ScnNode* n = firstChild(); n; n = n->next()) {
-        auto* fb = dynamic_cast<ScnFramebuffer*>(n);
-        if (!fb) continue;
-        fb->camera = this;
-        if (!fb->beginRender()) continue;
-        ScnNode* root = fb->root ? fb->root : scene;
-        // A root deep in the tree is reached along its path, so that the
-        // matrices of its ancestors apply.
-        action.apply(root == scene ? scene : action.buildPath(root, nullptr));
-        fb->endRender();
-        drew = true;
-    }
-    if (drew || !scene) return;
-    GlPlatform::bindScreen();
-    glViewport(0, 0, target.width, target.height);
-    glEnable(GL_DEPTH_TEST);
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    action.apply(scene);
-}
-
 bool ScnFramebuffer::beginRender()
 {
     if (!fbo || !GlContext::ready()) return false;
@@ -491,20 +472,21 @@ void displayStep(int width, int height)
     glDisable(GL_TEXTURE_2D);
 }
 
+// The focus distance: from the eye to the centre of the selected node's box,
+// or the World's, at least 0.1, and no more than what the walk left. An
+// empty box has its centre at the origin.
 void correctFocus(ScnNode* world, ScnCamera* camera)
 {
     ScnNode* target = ScnScene::selectedNode ? ScnScene::selectedNode : world;
     if (!target || !camera) return;
     const ScnBox& b = target->getBounds();
-    if (b.isEmpty()) return;
-    const double* eye = &camera->worldMatrix.m[12];
     double d2 = 0;
     for (int i = 0; i < 3; ++i) {
-        double c = (b.min[i] + b.max[i]) / 2 - eye[i];
+        double c = b.min[i] / 2 + b.max[i] / 2 - camera->eye[i];
         d2 += c * c;
     }
     double d = std::max(0.1, std::sqrt(d2));
-    ScnScene::focusDistance = std::min(d, ScnScene::focusDistance);
+    camera->focusDistance = std::min(d, camera->focusDistance);
 }
 }  // namespace
 
@@ -538,7 +520,7 @@ ScnNode* step(CmdApplication& app, int width, int height, bool showGui)
     ScnActionEvent worldEvent(camera);
     worldEvent.handled = guiEvent.handled;
     ScnScene::lightCount = 0;
-    ScnScene::focusDistance = 1.7976931348623157e308;
+    if (camera) camera->focusDistance = 1.7976931348623157e308;
     if (world) worldEvent.apply(world);
     correctFocus(world, camera);
 
@@ -573,8 +555,9 @@ ScnNode* step(CmdApplication& app, int width, int height, bool showGui)
     s_stats.total = std::chrono::duration<double, std::micro>(Clk::now() - start).count();
 
     // 9. A click chooses: in the world with CONTROL held, else in the GUI.
-    if (!ScnScene::leftButtonReleased) return nullptr;
-    return ScnScene::controlHeld ? worldEvent.hit : guiEvent.hit;
+    const InputState& input = InputState::instance();
+    if (!(input.leftButton & InputState::WentUp)) return nullptr;
+    return input.held(InputState::KeyControl) ? worldEvent.hit : guiEvent.hit;
 }
 
 }  // namespace ScnFrame

@@ -22,6 +22,9 @@ public:
 
     // The camera gives projection and view; `width`, `height` the viewport.
     ScnActionRender(ScnCamera* camera, int width, int height);
+    // Projection, view and frustum from the camera as it is now; gs_Viewport
+    // from its display framebuffer when it has one.
+    void takeCamera();
 
     ScnCamera* camera;
     ScnMatrix16 projection, projectionInverse, cameraMatrix, view;
@@ -70,13 +73,8 @@ extern ScnWorld* currentWorld;
 extern ScnTransform* currentTransform;
 extern ScnNode* selectedNode;
 extern int lightCount;
-extern double focusDistance;
 // minimum x, y, z, maximum x, y, z, diagonal
 extern double sceneBox[7];
-// The view's input of this frame: whether the left button went up and
-// whether CONTROL is held; a click chooses a node only then.
-extern bool leftButtonReleased;
-extern bool controlHeld;
 // Nodes that feed every shader for as long as they exist (deferred lights).
 std::vector<ScnNode*>& globalBindings();
 
@@ -89,6 +87,8 @@ void setMainCamera(ScnCamera* camera);
 void enqueueCamera(ScnCamera* camera);
 ScnCamera* dequeueCamera();
 int queuedCameras();
+// Takes every entry of `camera` out; the others keep their order.
+void removeFromQueue(ScnCamera* camera);
 
 // The static shaders and the axis and quad buffers; needs a current context.
 void initStatics();
@@ -108,6 +108,8 @@ void drawAxes(ScnActionRender& action, double s);
 // Lights and viewpoints draw themselves as wires in a colour.
 void beginWire(ScnActionRender& action, const float colour[3]);
 void endWire();
+// Draws `count` vertices (3 floats each) as triangles with the shader in use.
+void drawTriangles(const float* vertices, int count);
 }
 
 // Frame timings of the last frame step, in microseconds.

@@ -4,20 +4,14 @@
 #include "compute/OclGlobal.h"
 #include "compute/OclNodes.h"
 #include "node/ScnAction.h"
-#include "render/ScnCamera.h"
 #include "render/ScnWorld.h"
 #include "runtime/AppGlobal.h"
+#include "runtime/BranchGlobals.h"
 #include "runtime/RtnNodes.h"
 #include "runtime/ScnLua.h"
 #include "widgets/GuiRoot.h"
 
 namespace {
-
-void publish(ScnNode* node)
-{
-    if (lua_State* L = AppGlobal::luaState())
-        if (node->getLuaRef()) ScnLua::setGlobalNode(L, node->getName().c_str(), node);
-}
 
 struct WithdrawArgs {
     ScnNode* node;
@@ -38,6 +32,16 @@ int withdrawBody(lua_State* L)
     return 0;
 }
 
+}  // namespace
+
+namespace BranchGlobals {
+
+void publish(ScnNode* node)
+{
+    if (lua_State* L = AppGlobal::luaState())
+        if (node->getLuaRef()) ScnLua::setGlobalNode(L, node->getName().c_str(), node);
+}
+
 void withdraw(ScnNode* node, const std::string& name)
 {
     lua_State* L = AppGlobal::luaState();
@@ -47,7 +51,10 @@ void withdraw(ScnNode* node, const std::string& name)
     ScnLua::protectedCall(L, withdrawBody, &a, a.name);
 }
 
-}  // namespace
+}  // namespace BranchGlobals
+
+using BranchGlobals::publish;
+using BranchGlobals::withdraw;
 
 void ScnWorld::onCreate(ScnAction& action)
 {
@@ -59,18 +66,6 @@ void ScnWorld::onDestroy(ScnAction& action)
 {
     if (!pathLink) withdraw(this, getName());
     ScnMatrix::onDestroy(action);
-}
-
-void ScnCameraExamine::onCreate(ScnAction& action)
-{
-    if (!pathLink) publish(this);
-    ScnCamera::onCreate(action);
-}
-
-void ScnCameraExamine::onDestroy(ScnAction& action)
-{
-    if (!pathLink) withdraw(this, getName());
-    ScnCamera::onDestroy(action);
 }
 
 void OclDevice::onCreate(ScnAction& action)

@@ -72,7 +72,7 @@ void RtnApplication::read(ScnInStream& in)
     RtnMFRef::s_root = this;
     ScnGroup::read(in);
     if (in.failed()) return;
-    if (!viewpoints.values.empty()) camera.node.worldMatrix = viewpoints.values[0];
+    if (!viewpoints.values.empty()) camera.node.setMatrix(viewpoints.values[0]);
     s_publishedInclude = &include;
 }
 
@@ -181,7 +181,7 @@ bool RtnApplication::recallViewpoint(int index, bool keep)
     if (!cam || index < 0 || index >= static_cast<int>(viewpoints.values.size())) return false;
     ScnMatrix16& slot = viewpoints.values[index];
     if (slot.isIdentity() || keep) slot = cam->worldMatrix;
-    cam->worldMatrix = slot;
+    cam->setMatrix(slot);
     return true;
 }
 

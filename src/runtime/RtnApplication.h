@@ -7,7 +7,7 @@
 
 #include "compute/OclNodes.h"
 #include "node/ScnNode.h"
-#include "render/ScnCamera.h"
+#include "render/ScnCameraExamine.h"
 #include "render/ScnWorld.h"
 #include "runtime/RtnNodes.h"
 #include "widgets/GuiRoot.h"

@@ -17,6 +17,7 @@
 #include "runtime/RtnSelection.h"
 #include "runtime/ScnLua.h"
 #include "runtime/ScnScriptEnv.h"
+#include "widgets/InputState.h"
 
 namespace {
 
@@ -271,6 +272,10 @@ void RtnDocument::frame()
 {
     m_chosen = nullptr;
     if (!m_runtime) return;
+    // The view samples its input once a frame, and ages it after the step.
+    InputState& input = InputState::instance();
+    input.sample(m_clock.milliseconds(), m_viewWidth, m_viewHeight);
     m_chosen = m_runtime->frameStep(m_viewWidth, m_viewHeight, m_showGui);
+    input.age();
     if (GlContext* gl = GlContext::active()) gl->swapBuffers();
 }

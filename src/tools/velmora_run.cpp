@@ -19,6 +19,7 @@
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
 #include "runtime/Clock.h"
+#include "runtime/RtnApplication.h"
 #include "runtime/RtnDocument.h"
 
 namespace {
@@ -27,7 +28,7 @@ int usage()
 {
     std::fprintf(stderr,
                  "usage: velmora-run [--frames N] [--start] [--save OUT] [--realtime] [--full-gc] [--size WxH] [--png OUT.png] "
-                 "WORKSPACE [APP]\n");
+                 "[--viewpoint N] WORKSPACE [APP]\n");
     return 2;
 }
 
@@ -82,6 +83,7 @@ int run(int argc, char** argv)
     bool start = false, realtime = false, fullGc = false;
     std::string save, workspace, app, png;
     int width = 1024, height = 768;
+    long viewpoint = -1;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         if (a == "--frames" && i + 1 < argc) {
@@ -98,6 +100,10 @@ int run(int argc, char** argv)
             save = argv[++i];
         } else if (a == "--size" && i + 1 < argc) {
             if (!parseSize(argv[++i], width, height)) return usage();
+        } else if (a == "--viewpoint" && i + 1 < argc) {
+            char* end = nullptr;
+            viewpoint = std::strtol(argv[++i], &end, 10);
+            if (!end || *end || viewpoint < 0 || viewpoint >= RtnApplication::kViewpoints) return usage();
         } else if (a == "--png" && i + 1 < argc) {
             png = absolute(argv[++i]);
         } else if (!a.empty() && a[0] == '-') {
@@ -152,6 +158,9 @@ int run(int argc, char** argv)
     }
     drain();
     doc.setView(width, height, true);
+    // As a view button does: a stored view is taken, a slot still at the
+    // identity takes the present view instead.
+    if (viewpoint >= 0) doc.application()->recallViewpoint(static_cast<int>(viewpoint), false);
     if (start) doc.toggleSimulation();
 
     for (long f = 0; f < frames; ++f) {

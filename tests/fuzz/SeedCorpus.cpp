@@ -9,7 +9,7 @@
 #include "memory/MemNodes.h"
 #include "node/ScnNode.h"
 #include "platform/Paths.h"
-#include "render/ScnCamera.h"
+#include "render/ScnCameraExamine.h"
 #include "render/ScnDeferredLight.h"
 #include "render/ScnFramebuffer.h"
 #include "render/ScnShader.h"

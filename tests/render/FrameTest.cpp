@@ -269,7 +269,7 @@ TEST_F(Render, WalkAllocatesNothingPerFrame)
         create.apply(&world);
     }
     ScnCamera camera;
-    camera.worldMatrix = ScnMatrix16::translation(0, 0, 12);
+    camera.setMatrix(ScnMatrix16::translation(0, 0, 12));
     auto frame = [&] {
         ScnActionEvent event(&camera);
         event.apply(&world);

@@ -12,6 +12,7 @@
 #include "node/ScnAction.h"
 #include "render/ScnBuffers.h"
 #include "render/ScnCamera.h"
+#include "render/ScnViewpoint.h"
 #include "render/ScnDeferredLight.h"
 #include "render/ScnScene.h"
 #include "render/ScnTest.h"

@@ -274,3 +274,36 @@ TEST_F(VelmoraRun, HugeFilesAndFifosAreRefusedWithAMessage)
     EXPECT_EQ(fifo.status, 2) << "124 means it waited for a writer";
     EXPECT_NE(fifo.err.find("pipe.3Dm: not a regular file\n"), std::string::npos) << fifo.err;
 }
+
+TEST_F(VelmoraRun, ViewpointStartsTheCameraFromAStoredView)
+{
+    // Slot 1 looks along minus x from (12, 0, 0); slot 0 stays at the identity.
+    RtnApplication app;
+    ScnMatrix16 side;
+    side.m[0] = 0, side.m[2] = -1;   // x axis (0, 0, -1)
+    side.m[8] = 1, side.m[10] = 0;   // z axis (1, 0, 0)
+    side.m[12] = 12;
+    app.viewpoints.values[1] = side;
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    RtnRegister* reg = p->createRegister(0);
+    reg->functions.setCode(RtnRegister::OnTime,
+                           "local x, y, z = Camera:getForward()\n"
+                           "print(string.format('%.3f %.3f %.3f', x + 0, y + 0, z + 0))\n");
+    reg->marking.append(&app.openGL.node);
+    RtnMFRef::s_root = &app;
+    std::string error;
+    bool written = app.writeFile(m_tmp / "views.3Dm", error);
+    RtnMFRef::s_root = nullptr;
+    ASSERT_TRUE(written) << error;
+    const std::string file = " " + workspace() + " " + (m_tmp / "views.3Dm");
+
+    RunResult stored = run("--start --viewpoint 1" + file);
+    ASSERT_EQ(stored.status, 0) << stored.err;
+    EXPECT_EQ(stored.out, "(script): -1.000 0.000 0.000\n");
+    RunResult plain = run("--start" + file);
+    EXPECT_EQ(plain.out, "(script): 0.000 0.000 -1.000\n");
+    RunResult empty = run("--start --viewpoint 0" + file);
+    EXPECT_EQ(empty.out, "(script): 0.000 0.000 -1.000\n") << "a slot at the identity keeps the present view";
+    EXPECT_EQ(run("--viewpoint 5" + file).status, 2);
+    EXPECT_EQ(run("--viewpoint x" + file).status, 2);
+}

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <type_traits>
+#include <vector>
 
 #include "memory/MemGlobal.h"
 #include "platform/GlContext.h"
@@ -109,14 +110,37 @@ void dropView(oclMem& m, oclContext* context)
     oclCheck("clReleaseMemObject", &m);
 }
 
-// The copy road's image for a texture: the format the sharing road would
-// give, or the texture's own where the internal format has none.
-cl_mem plainImage(oclContext* context, uint32_t internalFormat, const cl_image_format* own, size_t w, size_t h,
-                  size_t d, oclObject* o)
+bool offered(oclContext* context, const cl_image_format& f, cl_mem_object_type kind)
 {
+    cl_uint n = 0;
+    if (clGetSupportedImageFormats(context->handle(), CL_MEM_READ_WRITE, kind, 0, nullptr, &n) != CL_SUCCESS) return true;
+    std::vector<cl_image_format> all(n);
+    if (clGetSupportedImageFormats(context->handle(), CL_MEM_READ_WRITE, kind, n, all.data(), nullptr) != CL_SUCCESS)
+        return true;
+    for (const cl_image_format& a : all)
+        if (a.image_channel_order == f.image_channel_order && a.image_channel_data_type == f.image_channel_data_type)
+            return true;
+    return false;
+}
+
+// The copy road's image for a texture: the format the sharing road would
+// give, or the texture's own where the internal format has none. A format
+// the platform does not offer gives no image, as a sharing driver gives none
+// for a texture it cannot share; that is said once, the first time.
+cl_mem plainImage(oclContext* context, uint32_t internalFormat, const cl_image_format* own, size_t w, size_t h,
+                  size_t d, oclObject* o, bool& refused)
+{
+    if (refused) return nullptr;
     cl_image_format f = *own;
     uint32_t pf = 0, pt = 0;
     memCLFormatOfTexture(internalFormat, f, pf, pt);
+    if (!offered(context, f, d ? CL_MEM_OBJECT_IMAGE3D : CL_MEM_OBJECT_IMAGE2D)) {
+        refused = true;
+        oclMessage(oclErrorHandler, o) << "no OpenCL image of format " << clChannelOrderName(f.image_channel_order)
+                                       << " " << clChannelTypeName(f.image_channel_data_type)
+                                       << " on this platform: kernels cannot use the texture";
+        return nullptr;
+    }
     cl_mem m = d ? clCreateImage3D(context->handle(), CL_MEM_READ_WRITE, &f, w, h, d, 0, 0, nullptr, &oclLastError)
                  : clCreateImage2D(context->handle(), CL_MEM_READ_WRITE, &f, w, h, 0, nullptr, &oclLastError);
     return oclCheck(d ? "clCreateImage3D" : "clCreateImage2D", o) ? m : nullptr;
@@ -425,7 +449,8 @@ void MemTypeTexture2D::makeView()
         mem = sharingCalls.fromTexture2D(m_context->handle(), CL_MEM_READ_WRITE, GL_TEXTURE_2D, 0, glId, &oclLastError);
         if (!oclCheck("clCreateFromGLTexture2D", this)) mem = nullptr;
     } else {
-        mem = plainImage(m_context, internalFormat, imageFormat, proxy->getDim(0), proxy->getDim(1), 0, this);
+        mem = plainImage(m_context, internalFormat, imageFormat, proxy->getDim(0), proxy->getDim(1), 0, this,
+                         m_viewRefused);
     }
     ++generation;
 }
@@ -658,7 +683,7 @@ void MemTypeTexture3D::makeView()
         if (!oclCheck("clCreateFromGLTexture3D", this)) mem = nullptr;
     } else {
         mem = plainImage(m_context, internalFormat, imageFormat, proxy->getDim(0), proxy->getDim(1),
-                         proxy->getDim(2), this);
+                         proxy->getDim(2), this, m_viewRefused);
     }
     ++generation;
 }

@@ -102,6 +102,7 @@ private:
     void makeView();
 
     unsigned m_staging = 0;  // copy road: the transfer buffer, made at the first acquire
+    bool m_viewRefused = false;  // copy road: the platform has no image of this format
 };
 
 // A texture sampled in the scene: anisotropic filtering as far as the driver
@@ -158,6 +159,7 @@ private:
     void makeView();
 
     unsigned m_staging = 0;
+    bool m_viewRefused = false;
 };
 
 // The OpenCL image format that the sharing road gives a texture of this GL

@@ -14,6 +14,7 @@ PACKAGES=(
   qt6-base-dev libqt6opengl6-dev libqscintilla2-qt6-dev
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
   libstb-dev
+  libfreetype-dev fonts-dejavu-core
   libgtest-dev googletest
   clang libclang-rt-dev
 )

@@ -12,6 +12,7 @@
 
 #include "compute/OclLua.h"
 #include "compute/oclObject.h"
+#include "memory/MemGLShared.h"
 #include "memory/MemObjects.h"
 #include "runtime/LuaExt.h"
 
@@ -207,6 +208,30 @@ void checkArguments(lua_State* L, oclKernel* k)
     if (stale >= 0)
         luaL_error(L, "%s: argument %d names a memory object that was rebuilt or released; set it again",
                    k->name(), stale);
+    // Memory shared with OpenGL belongs to OpenCL only between acquire and
+    // release; a launch outside that would see another state on each road.
+    for (size_t i = 0; i < k->argumentSlots(); ++i) {
+        auto* shared = dynamic_cast<MemGLShared*>(const_cast<oclMem*>(k->memArgument(i)));
+        if (shared && !shared->acquired())
+            luaL_error(L, "%s: argument %d is shared with OpenGL and not acquired: call cl.clEnqueueAcquireGLObjects first",
+                       k->name(), static_cast<int>(i));
+    }
+}
+
+// After a launch: objects shared with OpenGL that the kernel may write go
+// back to OpenGL at their release.
+void noteWrites(oclKernel* k)
+{
+    for (size_t i = 0; i < k->argumentSlots(); ++i) {
+        auto* shared = dynamic_cast<MemGLShared*>(const_cast<oclMem*>(k->memArgument(i)));
+        if (shared && k->argumentWritable(static_cast<cl_uint>(i))) shared->noteWrite();
+    }
+}
+
+// A transfer or copy into `m` changes what a release hands back.
+void noteWrite(oclMem* m)
+{
+    if (auto* shared = dynamic_cast<MemGLShared*>(m)) shared->noteWrite();
 }
 
 int clEnqueueNDRangeKernelL(lua_State* L)
@@ -229,6 +254,7 @@ int clEnqueueNDRangeKernelL(lua_State* L)
     if (!q) return 0;
     oclLastError = clEnqueueNDRangeKernel(q, k->handle(), dim, nullptr, s_global, local, 0, nullptr, k->prepareEvent());
     check(L, "clEnqueueNDRangeKernel", k);
+    noteWrites(k);
     return 0;
 }
 
@@ -240,19 +266,29 @@ int clEnqueueTaskL(lua_State* L)
     if (!q) return 0;
     oclLastError = clEnqueueTask(q, k->handle(), 0, nullptr, k->prepareEvent());
     check(L, "clEnqueueTask", k);
+    noteWrites(k);
     return 0;
 }
 
-// Hands a GL-shared object to OpenCL or back; nothing else is done.
+// Hands an object shared with OpenGL to OpenCL or back: the driver's calls
+// where the context shares with OpenGL, copies where it does not. No
+// glFinish before and no wait after: the event sweep ends in clFinish.
 int glObjects(lua_State* L, bool acquire)
 {
     oclMem* m = checkA<oclMem>(L, 1, "memory object");
     checkValid(L, m);
+    const char* api = acquire ? "clEnqueueAcquireGLObjects" : "clEnqueueReleaseGLObjects";
+    auto* shared = dynamic_cast<MemGLShared*>(m);
+    if (!shared) {
+        // What a sharing driver answers for an object made without OpenGL.
+        oclLastError = CL_INVALID_GL_OBJECT;
+        check(L, api);
+    }
     cl_command_queue q = queueOf(m->parent());
     if (!q) return 0;
-    oclLastError = acquire ? clEnqueueAcquireGLObjects(q, 1, &m->mem, 0, nullptr, nullptr)
-                           : clEnqueueReleaseGLObjects(q, 1, &m->mem, 0, nullptr, nullptr);
-    check(L, acquire ? "clEnqueueAcquireGLObjects" : "clEnqueueReleaseGLObjects");
+    if (acquire) shared->acquireGL(q);
+    else shared->releaseGL(q);
+    check(L, api);
     return 0;
 }
 
@@ -316,6 +352,7 @@ int bufferTransfer(lua_State* L, bool toHost)
     } else {
         oclLastError = clEnqueueWriteBuffer(q, b->mem, CL_TRUE, offset, bytes, b->data, 0, nullptr, nullptr);
         check(L, "clEnqueueWriteBuffer");
+        noteWrite(b);
     }
     return 0;
 }
@@ -375,6 +412,7 @@ int imageTransfer(lua_State* L, bool toHost)
         oclLastError = clEnqueueWriteImage(q, m->mem, CL_TRUE, origin, region, rowPitch, slicePitch, m->data, 0,
                                            nullptr, nullptr);
         check(L, "clEnqueueWriteImage");
+        noteWrite(m);
     }
     return 0;
 }
@@ -428,6 +466,7 @@ int clEnqueueCopyBufferL(lua_State* L)
     if (!q) return 0;
     oclLastError = clEnqueueCopyBuffer(q, src->mem, dst->mem, srcOffset, dstOffset, bytes, 0, nullptr, nullptr);
     check(L, "clEnqueueCopyBuffer");
+    noteWrite(dst);
     return 0;
 }
 
@@ -452,6 +491,7 @@ int clEnqueueCopyImageL(lua_State* L)
     if (!q) return 0;
     oclLastError = clEnqueueCopyImage(q, src->mem, dst->mem, srcOrigin, dstOrigin, region, 0, nullptr, nullptr);
     check(L, "clEnqueueCopyImage");
+    noteWrite(dst);
     return 0;
 }
 
@@ -471,6 +511,7 @@ int clEnqueueCopyImageToBufferL(lua_State* L)
     if (!q) return 0;
     oclLastError = clEnqueueCopyImageToBuffer(q, src->mem, dst->mem, origin, region, offset, 0, nullptr, nullptr);
     check(L, "clEnqueueCopyImageToBuffer");
+    noteWrite(dst);
     return 0;
 }
 
@@ -490,6 +531,7 @@ int clEnqueueCopyBufferToImageL(lua_State* L)
     if (!q) return 0;
     oclLastError = clEnqueueCopyBufferToImage(q, src->mem, dst->mem, offset, origin, region, 0, nullptr, nullptr);
     check(L, "clEnqueueCopyBufferToImage");
+    noteWrite(dst);
     return 0;
 }
 

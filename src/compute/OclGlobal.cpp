@@ -67,7 +67,46 @@ bool vendorMatches(const std::string& vendor, const char* known)
     return vendor.compare(0, 5, std::string(known).substr(0, 5)) == 0;
 }
 
+std::string roadLine(oclContext* c)
+{
+    return std::string("OpenCL context ") + c->name() +
+           (c->glSharing() ? ": OpenGL sharing yes, buffers and textures are shared (cl_khr_gl_sharing)"
+                           : ": OpenGL sharing no, acquire and release copy between OpenGL and OpenCL");
+}
+
+std::string deviceText(cl_device_id id, cl_device_info what)
+{
+    char value[512] = {};
+    clGetDeviceInfo(id, what, sizeof value - 1, value, nullptr);
+    return value;
+}
+
 }  // namespace
+
+std::vector<std::string> summary()
+{
+    std::vector<std::string> lines;
+    for (const oclPlatformInfo& p : oclListPlatforms()) {
+        char name[256] = {}, version[256] = {};
+        clGetPlatformInfo(p.id, CL_PLATFORM_NAME, sizeof name - 1, name, nullptr);
+        clGetPlatformInfo(p.id, CL_PLATFORM_VERSION, sizeof version - 1, version, nullptr);
+        lines.push_back(std::string("platform: ") + name + " (" + p.vendor + "), " + version);
+    }
+    if (lines.empty()) lines.push_back("platform: none");
+    for (oclContext* c : s_contexts) {
+        std::string line = std::string("context: ") + c->name() + (c == s_current ? " (current)" : "") +
+                           ", sharing with OpenGL: " + (c->glSharing() ? "yes" : "no");
+        lines.push_back(line);
+        for (size_t i = 0; i < c->deviceCount(); ++i) {
+            cl_device_id id = c->device(i)->handle();
+            const std::string ext = deviceText(id, CL_DEVICE_EXTENSIONS);
+            lines.push_back("  device: " + deviceText(id, CL_DEVICE_NAME) + ", " + deviceText(id, CL_DEVICE_VERSION) +
+                            ", cl_khr_gl_sharing: " +
+                            (oclExtensionListed(ext.c_str(), "cl_khr_gl_sharing") ? "yes" : "no"));
+        }
+    }
+    return lines;
+}
 
 void startContexts()
 {
@@ -92,6 +131,8 @@ void startContexts()
             continue;
         add(oclCreateContextForPlatform(p.id), false);
     }
+    // Which road memory shared with OpenGL takes, once per context.
+    for (oclContext* c : s_contexts) VTRACE(roadLine(c));
     // Said once, so that a run without compute is not a puzzle.
     if (s_contexts.empty())
         LogStream(Channels::console(), "OpenCL") << "no OpenCL platform found: compute nodes are not built";

@@ -28,6 +28,10 @@ const std::string& currentContextName();
 // The first context whose name agrees with `name` in the first five characters.
 oclContext* findContext(const std::string& name);
 
+// Platforms, the contexts with their devices and whether each shares memory
+// with OpenGL, one line each, for `velmora-run --info`.
+std::vector<std::string> summary();
+
 // The lines the property pages show for a device.
 std::vector<std::string> deviceInfo(oclDevice* device);
 

@@ -77,8 +77,9 @@ bool glContextHasDevice(cl_platform_id platform, const cl_device_id* devices, cl
 
 // A context over `devices`, sharing with the current GL context when a GL
 // layer supplies one and the driver reports a device for it.
-cl_context contextForDevices(cl_platform_id platform, const cl_device_id* devices, cl_uint count)
+cl_context contextForDevices(cl_platform_id platform, const cl_device_id* devices, cl_uint count, bool& shared)
 {
+    shared = false;
     const cl_context_properties plain[] = {CL_CONTEXT_PLATFORM, reinterpret_cast<cl_context_properties>(platform), 0};
     std::vector<cl_context_properties> sharing;
     if (oclGLSharingProperties) sharing = oclGLSharingProperties();
@@ -91,6 +92,7 @@ cl_context contextForDevices(cl_platform_id platform, const cl_device_id* device
     }
     cl_context context = clCreateContext(share ? sharing.data() : plain, count, devices, nullptr, nullptr, &oclLastError);
     if (!oclCheck("clCreateContext", nullptr)) return nullptr;
+    shared = share;
     return context;
 }
 
@@ -148,6 +150,7 @@ oclContext* oclCreateContext(const char* vendor, cl_device_type type)
         if (std::strncmp(platformName, vendor, 5) != 0) continue;
 
         cl_context context = nullptr;
+        bool shared = false;
         if (type == CL_DEVICE_TYPE_CPU) {
             const cl_context_properties plain[] = {CL_CONTEXT_PLATFORM,
                                                    reinterpret_cast<cl_context_properties>(platform), 0};
@@ -158,9 +161,13 @@ oclContext* oclCreateContext(const char* vendor, cl_device_type type)
             cl_uint count = 0;
             oclLastError = clGetDeviceIDs(platform, CL_DEVICE_TYPE_GPU, kMaxDevices, devices, &count);
             if (!oclCheck("clGetDeviceIDs", nullptr) || count == 0) continue;
-            context = contextForDevices(platform, devices, std::min(count, kMaxDevices));
+            context = contextForDevices(platform, devices, std::min(count, kMaxDevices), shared);
         }
-        if (context) return new oclContext(context, platformName);
+        if (context) {
+            auto* c = new oclContext(context, platformName);
+            c->setGLSharing(shared);
+            return c;
+        }
     }
     return nullptr;
 }
@@ -186,8 +193,12 @@ oclContext* oclCreateContextForPlatform(cl_platform_id platform)
         oclMessage(oclErrorHandler, nullptr) << "Platform " << vendor << " has neither GPU nor CPU devices";
         return nullptr;
     }
-    cl_context context = contextForDevices(platform, devices, std::min(count, kMaxDevices));
-    return context ? new oclContext(context, vendor, true) : nullptr;
+    bool shared = false;
+    cl_context context = contextForDevices(platform, devices, std::min(count, kMaxDevices), shared);
+    if (!context) return nullptr;
+    auto* c = new oclContext(context, vendor, true);
+    c->setGLSharing(shared);
+    return c;
 }
 
 // ---------------------------------------------------------------- oclContext

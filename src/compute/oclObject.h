@@ -160,6 +160,12 @@ public:
     const char* vendor() const { return m_vendor; }
     oclDevice* device(size_t i) const { return i < m_devices.size() ? m_devices[i] : nullptr; }
     size_t deviceCount() const { return m_devices.size(); }
+    // Whether the context was made with the GL context's sharing properties:
+    // only then may clCreateFromGL* be called on it. Without sharing, memory
+    // shared with OpenGL is an ordinary OpenCL object that acquire and
+    // release copy.
+    bool glSharing() const { return m_glSharing; }
+    void setGLSharing(bool on) { m_glSharing = on; }
     // Waits until every queue of the context is idle: the driver must not
     // release a program, kernel or memory object that a queued command uses.
     void finishAll() const;
@@ -169,6 +175,7 @@ private:
     std::vector<oclDevice*> m_devices;
     const char* m_vendor;
     std::string m_vendorCopy;
+    bool m_glSharing = false;
 };
 
 // ---------------------------------------------------------------- programs and kernels
@@ -236,6 +243,13 @@ public:
     // The first memory argument whose object is gone or has another handle
     // since it was set, or -1.
     int staleArgument() const;
+    // The memory object set as argument `index`, or null.
+    const oclMem* memArgument(size_t index) const;
+    size_t argumentSlots() const { return m_memArguments.size(); }
+    // Whether the kernel may write what argument `index` names: false for
+    // read_only images, const pointers and __constant memory; true when the
+    // driver keeps no argument information.
+    bool argumentWritable(cl_uint index);
 
 private:
     uint64_t eventTime(cl_profiling_info what, uint64_t& store);
@@ -245,6 +259,7 @@ private:
         uint32_t generation = 0;
     };
     std::vector<MemArgument> m_memArguments;
+    std::vector<signed char> m_writable;  // per argument: -1 not asked yet, 0, 1
 
     oclProgram* m_program;
     cl_kernel m_kernel = nullptr;

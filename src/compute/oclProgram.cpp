@@ -90,7 +90,10 @@ int oclProgram::build()
         return 0;
     }
 
-    oclLastError = clBuildProgram(m_program, 0, nullptr, nullptr, nullptr, nullptr);
+    // The argument qualifiers tell which memory a launch may write: an object
+    // copied to and from OpenGL is copied back only when a kernel could have
+    // changed it.
+    oclLastError = clBuildProgram(m_program, 0, nullptr, "-cl-kernel-arg-info", nullptr, nullptr);
     const bool built = oclLastError == CL_SUCCESS;
     if (!built) oclCheck("clBuildProgram", this);
 
@@ -156,6 +159,32 @@ int oclKernel::staleArgument() const
         if (a.object && (!oclObject::isLive(a.object) || a.object->generation != a.generation)) return static_cast<int>(i);
     }
     return -1;
+}
+
+const oclMem* oclKernel::memArgument(size_t index) const
+{
+    return index < m_memArguments.size() ? m_memArguments[index].object : nullptr;
+}
+
+bool oclKernel::argumentWritable(cl_uint index)
+{
+    if (index < m_writable.size() && m_writable[index] >= 0) return m_writable[index] == 1;
+    bool writable = true;
+    cl_kernel_arg_address_qualifier address = 0;
+    cl_kernel_arg_access_qualifier access = 0;
+    cl_kernel_arg_type_qualifier type = 0;
+    // Without the information (a driver that keeps none) the argument counts
+    // as written: a needless copy is slow, a missing one is wrong.
+    if (m_kernel &&
+        clGetKernelArgInfo(m_kernel, index, CL_KERNEL_ARG_ADDRESS_QUALIFIER, sizeof address, &address, nullptr) == CL_SUCCESS &&
+        clGetKernelArgInfo(m_kernel, index, CL_KERNEL_ARG_ACCESS_QUALIFIER, sizeof access, &access, nullptr) == CL_SUCCESS &&
+        clGetKernelArgInfo(m_kernel, index, CL_KERNEL_ARG_TYPE_QUALIFIER, sizeof type, &type, nullptr) == CL_SUCCESS) {
+        writable = address != CL_KERNEL_ARG_ADDRESS_CONSTANT && access != CL_KERNEL_ARG_ACCESS_READ_ONLY &&
+                   !(type & CL_KERNEL_ARG_TYPE_CONST);
+    }
+    if (index >= m_writable.size()) m_writable.resize(index + 1, -1);
+    m_writable[index] = writable ? 1 : 0;
+    return writable;
 }
 
 cl_event* oclKernel::prepareEvent()

@@ -382,6 +382,91 @@ using MemImage3DProxy0 = MemTypeElementProxy<T, T, 1, false, oclImage3D, MemProx
 template <class U, class T, int N>
 using MemImage3DProxyN = MemTypeElementProxy<U, T, N, true, oclImage3D, MemProxy, 3>;
 
+namespace MemProxyDetail {
+// One switch over the 31 codes, for any family: F<U, T, N, Vector> names the
+// class, `make` builds it.
+template <template <class, class, int, bool> class F, class Make>
+inline MemProxy* byCode(uint32_t code, Make make)
+{
+    using namespace MemTypes;
+    switch (code) {
+    case Char: return make(static_cast<F<cl_char, cl_char, 1, false>*>(nullptr));
+    case UChar: return make(static_cast<F<cl_uchar, cl_uchar, 1, false>*>(nullptr));
+    case Short: return make(static_cast<F<cl_short, cl_short, 1, false>*>(nullptr));
+    case UShort: case Half: return make(static_cast<F<cl_ushort, cl_ushort, 1, false>*>(nullptr));
+    case Int: return make(static_cast<F<cl_int, cl_int, 1, false>*>(nullptr));
+    case UInt: return make(static_cast<F<cl_uint, cl_uint, 1, false>*>(nullptr));
+    case Long: return make(static_cast<F<cl_long, cl_long, 1, false>*>(nullptr));
+    case ULong: return make(static_cast<F<cl_ulong, cl_ulong, 1, false>*>(nullptr));
+    case Float: return make(static_cast<F<cl_float, cl_float, 1, false>*>(nullptr));
+    case Double: return make(static_cast<F<cl_double, cl_double, 1, false>*>(nullptr));
+    case Char4: return make(static_cast<F<cl_char4, cl_char, 4, true>*>(nullptr));
+    case UChar4: return make(static_cast<F<cl_uchar4, cl_uchar, 4, true>*>(nullptr));
+    case Short4: return make(static_cast<F<cl_short4, cl_short, 4, true>*>(nullptr));
+    case UShort4: return make(static_cast<F<cl_ushort4, cl_ushort, 4, true>*>(nullptr));
+    case Int4: return make(static_cast<F<cl_int4, cl_int, 4, true>*>(nullptr));
+    case UInt4: return make(static_cast<F<cl_uint4, cl_uint, 4, true>*>(nullptr));
+    case Long4: return make(static_cast<F<cl_long4, cl_long, 4, true>*>(nullptr));
+    case ULong4: return make(static_cast<F<cl_ulong4, cl_ulong, 4, true>*>(nullptr));
+    case Float4: return make(static_cast<F<cl_float4, cl_float, 4, true>*>(nullptr));
+    case Double4: return make(static_cast<F<cl_double4, cl_double, 4, true>*>(nullptr));
+    case Char2: return make(static_cast<F<cl_char2, cl_char, 2, true>*>(nullptr));
+    case UChar2: return make(static_cast<F<cl_uchar2, cl_uchar, 2, true>*>(nullptr));
+    case Short2: return make(static_cast<F<cl_short2, cl_short, 2, true>*>(nullptr));
+    case UShort2: return make(static_cast<F<cl_ushort2, cl_ushort, 2, true>*>(nullptr));
+    case Int2: return make(static_cast<F<cl_int2, cl_int, 2, true>*>(nullptr));
+    case UInt2: return make(static_cast<F<cl_uint2, cl_uint, 2, true>*>(nullptr));
+    case Long2: return make(static_cast<F<cl_long2, cl_long, 2, true>*>(nullptr));
+    case ULong2: return make(static_cast<F<cl_ulong2, cl_ulong, 2, true>*>(nullptr));
+    case Float2: return make(static_cast<F<cl_float2, cl_float, 2, true>*>(nullptr));
+    case Double2: return make(static_cast<F<cl_double2, cl_double, 2, true>*>(nullptr));
+    default: return make(static_cast<F<cl_char, cl_char, 1, false>*>(nullptr));
+    }
+}
+
+}  // namespace MemProxyDetail
+
+// Textures shared with OpenGL: the element classes on the pixel-buffer base,
+// with the texture that pack and unpack forward to and that knows the format.
+template <class U, class T, int N, bool Vector, class O, int D, class Tex>
+class MemTextureElementProxy : public MemTypeElementProxy<U, T, N, Vector, O, MemPboProxy, D> {
+    using Base = MemTypeElementProxy<U, T, N, Vector, O, MemPboProxy, D>;
+
+public:
+    MemTextureElementProxy(Tex* texture, const uint32_t (&dims)[3], uint32_t code)
+        : Base(texture, dims, code), texture(texture) {}
+
+    int pack(lua_State* L) override
+    {
+        if (!texture->pack()) return luaL_error(L, "(%s): error calling pack", texture->name());
+        return 0;
+    }
+    int unpack(lua_State* L) override
+    {
+        if (!texture->unpack()) return luaL_error(L, "(%s): error calling unpack", texture->name());
+        return 0;
+    }
+    cl_image_format format() override
+    {
+        cl_image_format f{0, 0};
+        texture->format(&f);
+        return f;
+    }
+
+    Tex* texture;
+};
+
+class MemTypeTexture2D;
+class MemTypeTexture3D;
+template <class T>
+using MemTexture2DProxy0 = MemTextureElementProxy<T, T, 1, false, oclImage2D, 2, MemTypeTexture2D>;
+template <class U, class T, int N>
+using MemTexture2DProxyN = MemTextureElementProxy<U, T, N, true, oclImage2D, 2, MemTypeTexture2D>;
+template <class T>
+using MemTexture3DProxy0 = MemTextureElementProxy<T, T, 1, false, oclImage3D, 3, MemTypeTexture3D>;
+template <class U, class T, int N>
+using MemTexture3DProxyN = MemTextureElementProxy<U, T, N, true, oclImage3D, 3, MemTypeTexture3D>;
+
 // The proxy for a type code over an object; the one switch on the code.
 // An unknown code gives the cl_char class, as an unsupported image format does.
 MemProxy* makeBufferProxy(oclBuffer* object, uint32_t count, uint32_t code);

@@ -14,6 +14,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <GL/glew.h>
+
+#include "compute/OclGlobal.h"
 #include "platform/GlContext.h"
 #include "platform/Paths.h"
 #include "runtime/AppGlobal.h"
@@ -28,7 +31,8 @@ int usage()
 {
     std::fprintf(stderr,
                  "usage: velmora-run [--frames N] [--start] [--save OUT] [--realtime] [--full-gc] [--size WxH] [--png OUT.png] "
-                 "[--viewpoint N] WORKSPACE [APP]\n");
+                 "[--viewpoint N] WORKSPACE [APP]\n"
+                 "       velmora-run --info\n");
     return 2;
 }
 
@@ -77,8 +81,33 @@ void drain()
     std::fflush(stdout);
 }
 
+// What the machine offers: OpenCL platforms and devices, whether memory is
+// shared with OpenGL or copied, and the OpenGL driver.
+int info()
+{
+    std::string glError;
+    std::unique_ptr<EglContext> gl = EglContext::create(64, 64, glError);
+    if (gl) GlContext::setActive(gl.get());
+    AppGlobal::startModules();
+    for (const std::string& line : OclGlobal::summary()) std::printf("%s\n", line.c_str());
+    {
+        GlScope scope;
+        if (scope.ok()) {
+            const auto* renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+            const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
+            std::printf("OpenGL: %s, %s (EGL %s)\n", renderer ? renderer : "?", version ? version : "?",
+                        gl->platformName());
+        } else {
+            std::printf("OpenGL: none (%s)\n", glError.c_str());
+        }
+    }
+    GlContext::setActive(nullptr);
+    return 0;
+}
+
 int run(int argc, char** argv)
 {
+    if (argc == 2 && std::strcmp(argv[1], "--info") == 0) return info();
     long frames = 1;
     bool start = false, realtime = false, fullGc = false;
     std::string save, workspace, app, png;

@@ -307,3 +307,24 @@ TEST_F(VelmoraRun, ViewpointStartsTheCameraFromAStoredView)
     EXPECT_EQ(run("--viewpoint 5" + file).status, 2);
     EXPECT_EQ(run("--viewpoint x" + file).status, 2);
 }
+
+TEST_F(VelmoraRun, InfoNamesPlatformsDevicesTheSharingRoadAndTheGLDriver)
+{
+    RunResult r = run("--info");
+    EXPECT_EQ(r.status, 0) << r.err;
+    // One line per platform and context; each context says whether it shares.
+    EXPECT_NE(r.out.find("platform: "), std::string::npos) << r.out;
+    const size_t context = r.out.find("context: ");
+    ASSERT_NE(context, std::string::npos) << r.out;
+    const std::string line = r.out.substr(context, r.out.find('\n', context) - context);
+    EXPECT_TRUE(line.find("sharing with OpenGL: yes") != std::string::npos ||
+                line.find("sharing with OpenGL: no") != std::string::npos)
+        << line;
+    EXPECT_NE(r.out.find("  device: "), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("cl_khr_gl_sharing: "), std::string::npos) << r.out;
+    // Mesa's headless context names its renderer and version.
+    const size_t gl = r.out.find("OpenGL: ");
+    ASSERT_NE(gl, std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("OpenGL: none"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("(EGL ", gl), std::string::npos) << r.out;
+}

@@ -17,7 +17,7 @@
 
 namespace {
 
-struct Spec {
+struct FontCut {
     const char* name;
     int pixels;  // em height in pixels
     int side;    // the picture is side by side
@@ -29,19 +29,19 @@ bool wanted(int c)
     return (c >= 32 && c <= 126) || (c >= 160 && c <= 255);
 }
 
-bool render(FT_Library lib, const std::string& fontFile, const Spec& spec, const std::string& folder)
+bool render(FT_Library lib, const std::string& fontFile, const FontCut& cut, const std::string& folder)
 {
     FT_Face face = nullptr;
     if (FT_New_Face(lib, fontFile.c_str(), 0, &face)) {
         std::fprintf(stderr, "velmora-fonts: cannot open %s\n", fontFile.c_str());
         return false;
     }
-    FT_Set_Pixel_Sizes(face, 0, static_cast<FT_UInt>(spec.pixels));
-    const int side = spec.side;
+    FT_Set_Pixel_Sizes(face, 0, static_cast<FT_UInt>(cut.pixels));
+    const int side = cut.side;
     std::vector<unsigned char> rgba(static_cast<size_t>(side) * side * 4, 0);
     for (size_t i = 0; i < rgba.size(); i += 4) rgba[i] = rgba[i + 1] = rgba[i + 2] = 255;
 
-    const std::string txtPath = folder + "/" + spec.name + ".txt";
+    const std::string txtPath = folder + "/" + cut.name + ".txt";
     FILE* txt = std::fopen(txtPath.c_str(), "wb");
     if (!txt) {
         std::fprintf(stderr, "velmora-fonts: cannot write %s\n", txtPath.c_str());
@@ -50,7 +50,7 @@ bool render(FT_Library lib, const std::string& fontFile, const Spec& spec, const
     }
     const int lineHeight = static_cast<int>((face->size->metrics.height + 63) >> 6);
     const int base = static_cast<int>((face->size->metrics.ascender + 63) >> 6);
-    std::fprintf(txt, "info face=\"%s %s\" size=%d\n", face->family_name, face->style_name, spec.pixels);
+    std::fprintf(txt, "info face=\"%s %s\" size=%d\n", face->family_name, face->style_name, cut.pixels);
     std::fprintf(txt, "common lineHeight=%d base=%d scaleW=%d scaleH=%d pages=1\n", lineHeight, base, side, side);
 
     // Shelves from the top left, one pixel between glyphs.
@@ -67,7 +67,7 @@ bool render(FT_Library lib, const std::string& fontFile, const Spec& spec, const
             shelf = 0;
         }
         if (penY + h + 1 > side) {
-            std::fprintf(stderr, "velmora-fonts: %s does not fit in %dx%d\n", spec.name, side, side);
+            std::fprintf(stderr, "velmora-fonts: %s does not fit in %dx%d\n", cut.name, side, side);
             ok = false;
             break;
         }
@@ -93,7 +93,7 @@ bool render(FT_Library lib, const std::string& fontFile, const Spec& spec, const
     std::fclose(txt);
     FT_Done_Face(face);
     if (!ok) return false;
-    const std::string png = folder + "/" + spec.name + ".png";
+    const std::string png = folder + "/" + cut.name + ".png";
     if (!stbi_write_png(png.c_str(), side, side, 4, rgba.data(), side * 4)) {
         std::fprintf(stderr, "velmora-fonts: cannot write %s\n", png.c_str());
         return false;
@@ -117,9 +117,9 @@ int main(int argc, char** argv)
         return 1;
     }
     // The widget kit's small face and the scene text's large one.
-    const Spec specs[] = {{"GUI", 14, 256}, {"FONT", 32, 512}};
+    const FontCut cuts[] = {{"GUI", 14, 256}, {"FONT", 32, 512}};
     bool ok = true;
-    for (const Spec& s : specs) ok = render(lib, argv[1], s, argv[2]) && ok;
+    for (const FontCut& s : cuts) ok = render(lib, argv[1], s, argv[2]) && ok;
     FT_Done_FreeType(lib);
     return ok ? 0 : 1;
 }

@@ -1,7 +1,7 @@
 // velmora: the editor. Chooses the workspace, opens the main window, which
 // starts the engine in its world view, and runs until the window closes.
 // `velmora [APPLICATION]` opens an application of the workspace at start;
-// `--screenshot FILE.png` runs it for a moment, saves the window's picture
+// `--screenshot FILE.png` shows it for a moment, saves the window's picture
 // and ends, for the documentation.
 #include <cstdio>
 
@@ -42,8 +42,8 @@ int main(int argc, char** argv)
     QObject::connect(&frame, &FrmMain::started, &frame, [&] {
         if (!application.isEmpty()) frame.openApplication(application);
         if (screenshot.isEmpty()) return;
-        // A second of running, then the picture.
-        frame.startAction()->setChecked(true);
+        // A second of frames in edit mode, where the world's axes show, then
+        // the picture.
         QTimer::singleShot(1000, &frame, [&] {
             if (!frame.grab().save(screenshot)) {
                 std::fprintf(stderr, "velmora: cannot write %s\n", qPrintable(screenshot));

@@ -6,7 +6,7 @@ LUAJIT_BUILD ?= build-luajit
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps configure build run test bench fuzz clean configure-luajit build-luajit test-luajit bench-luajit
+.PHONY: all deps configure build run screenshot test bench fuzz clean configure-luajit build-luajit test-luajit bench-luajit
 
 all: build
 
@@ -19,9 +19,22 @@ configure: deps
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
-# The main job: the hello sample, run headless for ten frames.
+# The main job: the editor on the hello sample. Without a display the hello
+# sample runs headless for ten frames instead.
 run: build
-	@$(BUILD)/bin/velmora-run --frames 10 --start $(BUILD)/bin/workspace samples/hello.3Dm
+	@if [ -n "$$DISPLAY" ]; then \
+	  $(BUILD)/bin/velmora samples/hello.3Dm; \
+	else \
+	  echo "make run: no display (DISPLAY is not set), running the headless runner instead"; \
+	  $(BUILD)/bin/velmora-run --frames 10 --start $(BUILD)/bin/workspace samples/hello.3Dm; \
+	fi
+
+# The editor's picture in the README: the hello sample running for a second,
+# on a virtual display.
+screenshot: build
+	@xvfb-run -a -s "-screen 0 1600x1200x24" env QT_QPA_PLATFORM=xcb \
+	  $(BUILD)/bin/velmora --screenshot $(CURDIR)/docs/editor.png samples/hello.3Dm
+	@echo "make screenshot: docs/editor.png"
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 600

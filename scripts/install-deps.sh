@@ -10,7 +10,7 @@ PACKAGES=(
   ocl-icd-opencl-dev opencl-headers ocl-icd-libopencl1 pocl-opencl-icd clinfo
   libglew-dev libglm-dev librapidxml-dev
   libegl-dev libegl-mesa0 libgl-dev libgl1-mesa-dri libgles-dev mesa-common-dev
-  xvfb
+  xvfb xauth libglx-mesa0 fonts-dejavu-core
   qt6-base-dev libqt6opengl6-dev libqscintilla2-qt6-dev
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
   libstb-dev

@@ -306,13 +306,12 @@ std::string glFailure(const char* call, GLenum e)
 
 }  // namespace
 
-std::vector<uint8_t> EglContext::readFrame(std::string* why)
+namespace GlPlatform {
+
+std::vector<uint8_t> readFramebuffer(unsigned fbo, int width, int height, std::string& failure)
 {
     std::vector<uint8_t> pixels;
-    if (!acquire()) {
-        if (why) *why = "eglMakeCurrent failed";
-        return pixels;
-    }
+    failure.clear();
     // Errors of earlier calls (a script's, say) are theirs, not the read's.
     // Bounded: a lost context reports its error forever.
     for (int i = 0; i < 64 && glGetError() != GL_NO_ERROR; ++i) {
@@ -330,13 +329,12 @@ std::vector<uint8_t> EglContext::readFrame(std::string* why)
     glPixelStorei(GL_PACK_SKIP_ROWS, 0);
     glPixelStorei(GL_PACK_SKIP_PIXELS, 0);
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
-    std::string failure;
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, m_resolveFbo);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, fbo);
     if (GLenum e = glGetError(); e != GL_NO_ERROR) {
         failure = glFailure("glBindFramebuffer", e);
     } else {
-        pixels.resize(static_cast<size_t>(m_width) * m_height * 4);
-        glReadPixels(0, 0, m_width, m_height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+        pixels.resize(static_cast<size_t>(width) * height * 4);
+        glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
         if (GLenum e = glGetError(); e != GL_NO_ERROR) {
             failure = glFailure("glReadPixels", e);
             pixels.clear();
@@ -348,6 +346,19 @@ std::vector<uint8_t> EglContext::readFrame(std::string* why)
     glPixelStorei(GL_PACK_SKIP_ROWS, skipRows);
     glPixelStorei(GL_PACK_SKIP_PIXELS, skipPixels);
     glPixelStorei(GL_PACK_ALIGNMENT, alignment);
+    return pixels;
+}
+
+}  // namespace GlPlatform
+
+std::vector<uint8_t> EglContext::readFrame(std::string* why)
+{
+    if (!acquire()) {
+        if (why) *why = "eglMakeCurrent failed";
+        return {};
+    }
+    std::string failure;
+    std::vector<uint8_t> pixels = GlPlatform::readFramebuffer(m_resolveFbo, m_width, m_height, failure);
     release();
     if (why) *why = failure;
     return pixels;

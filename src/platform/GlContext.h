@@ -77,6 +77,10 @@ namespace GlPlatform {
 bool initEntryPoints(std::string& error);
 // Binds the active context's default framebuffer (0 without a context).
 void bindScreen();
+// Reads `fbo` as RGBA rows, bottom row first, with the context current; the
+// binding and packing state are left as they were. Empty on failure, with the
+// call that failed in `failure`.
+std::vector<uint8_t> readFramebuffer(unsigned fbo, int width, int height, std::string& failure);
 }
 
 // The headless context: Mesa's surfaceless platform, or the EGL device

@@ -79,7 +79,7 @@ void clearAll()
     resetSequence();
 }
 
-std::vector<LogRecord> drainMerged()
+std::vector<LogRecord> drainMerged(std::vector<const LogRing*>* from)
 {
     std::vector<LogRecord> out;
     for (;;) {
@@ -92,6 +92,7 @@ std::vector<LogRecord> drainMerged()
         LogRecord rec;
         best->pop(rec);
         out.push_back(rec);
+        if (from) from->push_back(best);
     }
     return out;
 }

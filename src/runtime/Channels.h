@@ -60,8 +60,9 @@ void resetSequence();
 // Empties every ring and restarts the sequence count.
 void clearAll();
 
-// Drains every ring, merged by sequence number, oldest first.
-std::vector<LogRecord> drainMerged();
+// Drains every ring, merged by sequence number, oldest first. With `from`
+// given, it receives the ring of each record, index for index.
+std::vector<LogRecord> drainMerged(std::vector<const LogRing*>* from = nullptr);
 }
 
 class LogStream {

@@ -17,6 +17,7 @@
 #include <GL/glew.h>
 
 #include "compute/OclGlobal.h"
+#include "platform/MovieWriter.h"
 #include "platform/GlContext.h"
 #include "platform/Paths.h"
 #include "runtime/AppGlobal.h"
@@ -31,7 +32,7 @@ int usage()
 {
     std::fprintf(stderr,
                  "usage: velmora-run [--frames N] [--start] [--save OUT] [--realtime] [--full-gc] [--size WxH] [--png OUT.png] "
-                 "[--viewpoint N] WORKSPACE [APP]\n"
+                 "[--viewpoint N] [--movie OUT.mp4] WORKSPACE [APP]\n"
                  "       velmora-run --info\n");
     return 2;
 }
@@ -110,7 +111,7 @@ int run(int argc, char** argv)
     if (argc == 2 && std::strcmp(argv[1], "--info") == 0) return info();
     long frames = 1;
     bool start = false, realtime = false, fullGc = false;
-    std::string save, workspace, app, png;
+    std::string save, workspace, app, png, movieFile;
     int width = 1024, height = 768;
     long viewpoint = -1;
     for (int i = 1; i < argc; ++i) {
@@ -135,6 +136,8 @@ int run(int argc, char** argv)
             if (!end || *end || viewpoint < 0 || viewpoint >= RtnApplication::kViewpoints) return usage();
         } else if (a == "--png" && i + 1 < argc) {
             png = absolute(argv[++i]);
+        } else if (a == "--movie" && i + 1 < argc) {
+            movieFile = absolute(argv[++i]);
         } else if (!a.empty() && a[0] == '-') {
             return usage();
         } else if (workspace.empty()) {
@@ -192,9 +195,29 @@ int run(int argc, char** argv)
     if (viewpoint >= 0) doc.application()->recallViewpoint(static_cast<int>(viewpoint), false);
     if (start) doc.toggleSimulation();
 
+    // Every frame goes into the movie, as the editor records its view.
+    MovieWriter movie;
+    if (!movieFile.empty()) {
+        int mw = 0, mh = 0;
+        MovieWriter::frameSize(width, height, mw, mh);
+        std::string why = gl ? "" : "nothing is drawn (no OpenGL context)";
+        if (why.empty()) movie.open(movieFile, mw, mh, why);
+        if (!movie.isOpen()) {
+            std::fprintf(stderr, "velmora-run: cannot record %s: %s\n", movieFile.c_str(), why.c_str());
+            return 1;
+        }
+    }
+
     for (long f = 0; f < frames; ++f) {
         uint32_t delay = doc.tick();
         drain();
+        if (movie.isOpen()) {
+            std::vector<uint8_t> pixels = gl->readFrame();
+            if (pixels.empty() || !movie.addFrame(pixels.data(), width, height)) {
+                std::fprintf(stderr, "velmora-run: frame %ld could not be recorded\n", f + 1);
+                return 1;
+            }
+        }
         if (realtime) {
             std::this_thread::sleep_for(std::chrono::milliseconds(delay));
         } else {
@@ -204,6 +227,10 @@ int run(int argc, char** argv)
     }
 
     int rc = 0;
+    if (movie.isOpen() && !movie.close()) {
+        std::fprintf(stderr, "velmora-run: cannot finish %s\n", movieFile.c_str());
+        rc = 1;
+    }
     if (!png.empty()) {
         std::string why;
         std::vector<uint8_t> pixels;

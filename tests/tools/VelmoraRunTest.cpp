@@ -17,6 +17,7 @@
 #include "render/ScnShader.h"
 #include "runtime/RtnApplication.h"
 #include "runtime/RtnNodes.h"
+#include "support/MovieProbe.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -199,6 +200,25 @@ TEST_F(VelmoraRun, PngOfTheRequestedSizeWithNoDisplay)
 
     EXPECT_EQ(run("--size 0x90 " + workspace()).status, 2);
     EXPECT_EQ(run("--size wide " + workspace()).status, 2);
+}
+
+// A headless run records every frame: the movie decodes back to as many
+// frames as ran, at the even size below the view's.
+TEST_F(VelmoraRun, MovieHoldsEveryFrameAtAnEvenSize)
+{
+    std::string movie = m_tmp / "run.mp4";
+    RunResult r = run("--start --frames 12 --size 161x91 --movie " + movie + " " + workspace() + " samples/hello.3Dm",
+                      "env -u DISPLAY -u WAYLAND_DISPLAY");
+    ASSERT_EQ(r.status, 0) << r.err;
+    MovieProbe probe(movie);
+    ASSERT_TRUE(probe.error.empty()) << probe.error;
+    EXPECT_EQ(probe.frames, 12);
+    EXPECT_EQ(probe.width, 160);
+    EXPECT_EQ(probe.height, 90);
+
+    RunResult bad = run("--frames 2 --movie /nonexistent/folder/x.mp4 " + workspace() + " samples/hello.3Dm");
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_NE(bad.err.find("cannot record /nonexistent/folder/x.mp4"), std::string::npos) << bad.err;
 }
 
 // A GL error that a script left pending is the script's: the picture is still written.

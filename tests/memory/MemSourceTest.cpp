@@ -20,6 +20,7 @@
 #include "memory/MemNodes.h"
 #include "memory/MemSource.h"
 #include "runtime/Clock.h"
+#include "runtime/CmdNodes.h"
 #include "runtime/RtnApplication.h"
 #include "support/DocumentFixture.h"
 #include "memory/SourceFiles.h"
@@ -352,6 +353,31 @@ TEST_F(Sources, SetSourceResizesToThePictureAndRefusesWhatItCannotRead)
     const Lines cut = drain();
     ASSERT_EQ(cut.size(), 1u);
     EXPECT_EQ(cut[0].rfind("(image.so): unable to read image ", 0), 0u) << cut[0];
+}
+
+TEST_F(Sources, AnEditedFileIsReadAgainIntoTheRebuiltObjectAndAMappingIsKept)
+{
+    const std::vector<uint8_t> px = testPicture();
+    std::vector<uint8_t> other(px.rbegin(), px.rend());
+    ASSERT_TRUE(stbi_write_png((m_ws / "data/pic.png").c_str(), 5, 3, 4, px.data(), 5 * 4));
+    ASSERT_TRUE(stbi_write_png((m_ws / "data/other.png").c_str(), 5, 3, 4, other.data(), 5 * 4));
+    open({image2D("pic", "data/pic.png", 2, CL_RGBA, CL_UNSIGNED_INT8, "5", "3")});
+    OclImage2D* twin = live<OclImage2D>("pic");
+    EXPECT_EQ(bytesOf(twin->object()), px);
+
+    // A name edit is no reason to read the file again.
+    MemSource* first = twin->memSource();
+    m_doc.runtime()->update(twin, &twin->name);
+    EXPECT_EQ(twin->memSource(), first);
+
+    ASSERT_TRUE(twin->object()->map(CL_MAP_READ, 0));
+    twin->file = "data/other.png";
+    m_doc.runtime()->update(twin, &twin->file);
+    oclMem* m = twin->object();
+    ASSERT_EQ(m->mapFlags, static_cast<cl_map_flags>(CL_MAP_READ)) << "mapped again after the rebuild";
+    EXPECT_EQ(std::vector<uint8_t>(static_cast<uint8_t*>(m->data), static_cast<uint8_t*>(m->data) + 60), other);
+    m->unmap(0);
+    EXPECT_EQ(drain(), Lines{});
 }
 
 TEST_F(Sources, AMemoryObjectWrittenAsPngReadsBackAsTheSamePixels)

@@ -9,6 +9,8 @@
 #include <stb/stb_image.h>
 #include <stb/stb_image_write.h>
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -378,6 +380,25 @@ TEST_F(Sources, AnEditedFileIsReadAgainIntoTheRebuiltObjectAndAMappingIsKept)
     EXPECT_EQ(std::vector<uint8_t>(static_cast<uint8_t*>(m->data), static_cast<uint8_t*>(m->data) + 60), other);
     m->unmap(0);
     EXPECT_EQ(drain(), Lines{});
+}
+
+TEST_F(Sources, AFileThatIsNoRegularFileIsRefusedWithoutWaitingOnIt)
+{
+    // Opening a FIFO for reading would block until a writer comes.
+    ASSERT_EQ(mkfifo((m_ws / "data/pipe.png").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo((m_ws / "data/pipe.vol").c_str(), 0600), 0);
+    auto* volume = new OclImage3D;
+    volume->file = "data/pipe.vol";
+    volume->source = 3;
+    volume->cl_mem_flags = 17;
+    open({image2D("pipe", "data/pipe.png", 2, CL_RGBA, CL_UNSIGNED_INT8, "4", "4"), volume});
+    const Lines lines = drain();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "(image.so): unable to open image " + (m_ws / "data/pipe.png") + ": not a regular file");
+    EXPECT_EQ(lines[1], "(volume.so): unable to open volume " + (m_ws / "data/pipe.vol") + ": not a regular file");
+    ASSERT_EQ(run("local ok, e = pcall(OpenCL.clPlatform.pipe.setSource, OpenCL.clPlatform.pipe, 'data/pipe.png')\n"
+                  "assert(not ok and e:find('unable to read file data: data/pipe.png'), e)"),
+              "");
 }
 
 TEST_F(Sources, AMemoryObjectWrittenAsPngReadsBackAsTheSamePixels)

@@ -182,6 +182,7 @@ TEST(PlyReader, DamagedDataIsRefusedWithTheItemThatFailed)
         {"1 -1\n", "list count: '-1' is out of range for uchar"},
         {"1 3 7 8\n", "list entry 2 of 3: unexpected end of data"},
         {"1 0\n2 1 x\n", "'x' is no int"},
+        {"1 0\n" + std::string(200, '7') + " 0\n", "item 1 property 'a': a value of more than 79 characters"},
     };
     for (const auto& c : cases) {
         Read r = readAll(head + c.data, 0);

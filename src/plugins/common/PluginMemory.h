@@ -13,6 +13,9 @@
 #endif
 #include <CL/cl.h>
 #include <lua.hpp>
+#include <sys/stat.h>
+
+#include <cerrno>
 
 #include <algorithm>
 #include <initializer_list>
@@ -38,6 +41,22 @@ struct Error {
         va_end(ap);
     }
 };
+
+// A file is only opened when it is a regular file: a FIFO or a device would
+// block the program or never end.
+inline bool regularFile(const char* path, const char* what, Error& err)
+{
+    struct stat st{};
+    if (stat(path, &st) != 0) {
+        err.format("unable to open %s %s: %s", what, path, std::strerror(errno));
+        return false;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        err.format("unable to open %s %s: not a regular file", what, path);
+        return false;
+    }
+    return true;
+}
 
 // The view of the memory object at `idx`; false with a message when the value
 // is none or the program published no view function.

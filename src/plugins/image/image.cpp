@@ -32,6 +32,7 @@ struct Info {
 
 bool probe(const char* path, Info& info, plugin::Error& err)
 {
+    if (!plugin::regularFile(path, "image", err)) return false;
     if (!stbi_info(path, &info.width, &info.height, &info.channels)) {
         err.format("unable to read image %s: %s", path, stbi_failure_reason() ? stbi_failure_reason() : "unknown");
         return false;

@@ -212,15 +212,15 @@ bool Reader::readHeader(Header& header, std::string& error)
     return true;
 }
 
-bool Reader::readToken(char* token, size_t room)
+int Reader::readToken(char* token, size_t room)
 {
     unsigned char c;
     do {
-        if (!getByte(c)) return false;
+        if (!getByte(c)) return kEnd;
     } while (c == ' ' || c == '\t' || c == '\r' || c == '\n');
     size_t n = 0;
     for (;;) {
-        if (n + 1 >= room) return false;
+        if (n + 1 >= room) return kTooLong;
         token[n++] = static_cast<char>(c);
         if (m_pos == m_end && !fill()) break;
         c = m_buffer[m_pos];
@@ -228,15 +228,16 @@ bool Reader::readToken(char* token, size_t room)
         ++m_pos;
     }
     token[n] = 0;
-    return true;
+    return kToken;
 }
 
 bool Reader::readValue(const Header& header, Scalar type, double& value, std::string& error)
 {
     if (header.format == Format::Ascii) {
         char token[80];
-        if (!readToken(token, sizeof token)) {
-            error = "unexpected end of data";
+        const int got = readToken(token, sizeof token);
+        if (got != kToken) {
+            error = got == kEnd ? "unexpected end of data" : "a value of more than 79 characters";
             return false;
         }
         char* end = nullptr;

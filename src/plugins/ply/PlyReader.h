@@ -97,7 +97,9 @@ private:
     bool fill();
     bool getByte(unsigned char& c);
     bool readLine(std::string& line);
-    bool readToken(char* token, size_t room);
+    // One whitespace-separated word of ASCII data.
+    enum { kToken, kEnd, kTooLong };
+    int readToken(char* token, size_t room);
     bool readValue(const Header& header, Scalar type, double& value, std::string& error);
 
     Input& m_input;

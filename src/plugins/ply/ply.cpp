@@ -37,6 +37,7 @@ int lGetFileExt(lua_State* L)
 
 bool readHeader(const char* path, ply::Header& header, plugin::Error& err)
 {
+    if (!plugin::regularFile(path, "model", err)) return false;
     ply::FileInput in(path);
     if (!in.isOpen()) {
         err.format("unable to open %s: %s", path, std::strerror(errno));
@@ -164,6 +165,7 @@ bool readInto(lua_State* L, const Load& load, plugin::Error& err)
         err.format("negative stride %lld", static_cast<long long>(load.stride));
         return false;
     }
+    if (!plugin::regularFile(load.file.c_str(), "model", err)) return false;
     ply::FileInput in(load.file.c_str());
     if (!in.isOpen()) {
         err.format("unable to open %s: %s", load.file.c_str(), std::strerror(errno));

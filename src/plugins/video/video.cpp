@@ -46,6 +46,7 @@ public:
 
     bool open(const char* path, plugin::Error& err)
     {
+        if (!plugin::regularFile(path, "video", err)) return false;
         if (avformat_open_input(&m_format, path, nullptr, nullptr) < 0) {
             err.format("unable to open video %s", path);
             return false;

@@ -44,6 +44,7 @@ struct Header {
 
 bool parseHeader(const char* path, Header& h, plugin::Error& err)
 {
+    if (!plugin::regularFile(path, "volume", err)) return false;
     FILE* f = std::fopen(path, "rb");
     if (!f) {
         err.format("unable to open volume %s: %s", path, std::strerror(errno));

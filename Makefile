@@ -6,7 +6,7 @@ LUAJIT_BUILD ?= build-luajit
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 
-.PHONY: all deps configure build run screenshot test bench fuzz clean configure-luajit build-luajit test-luajit bench-luajit
+.PHONY: all deps configure build run screenshot test bench fuzz fuzz-ply clean configure-luajit build-luajit test-luajit bench-luajit
 
 all: build
 
@@ -66,6 +66,16 @@ fuzz: build
 	  mkdir -p $(BUILD)/fuzz/corpus && cd $(BUILD)/fuzz && \
 	  LSAN_OPTIONS=suppressions=$(CURDIR)/tests/support/lsan.supp:print_suppressions=0 \
 	  ../bin/reader_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=8192 corpus seeds; \
+	fi
+
+# The same for the PLY reader of the `ply` plug-in, from the seed models in
+# $(BUILD)/fuzz/ply-seeds; its corpus stays in $(BUILD)/fuzz/ply-corpus.
+fuzz-ply: build
+	@if [ ! -x $(BUILD)/bin/ply_fuzz ]; then \
+	  echo "make fuzz-ply: skipped, the fuzzer needs clang with libFuzzer (see scripts/install-deps.sh)"; \
+	else \
+	  mkdir -p $(BUILD)/fuzz/ply-corpus && cd $(BUILD)/fuzz && \
+	  ../bin/ply_fuzz -max_total_time=$(FUZZ_SECONDS) -max_len=4096 ply-corpus ply-seeds; \
 	fi
 
 clean:

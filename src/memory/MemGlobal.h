@@ -1,12 +1,14 @@
-// Start of the memory module: the script modules struct and mem, and what the
-// textures shared with OpenGL need to know of the GL driver.
+// Start of the memory module: the texture anisotropy limit, the script
+// modules struct and mem, and the file sources.
 #pragma once
 
 namespace MemGlobal {
-// Reads the largest texture anisotropy (with the GL context current), opens
-// the struct and mem modules; traces its start and end.
+// Reads the driver's largest texture anisotropy, opens the struct and mem
+// modules and registers the file sources (the plug-ins' extensions); traces
+// its start and end.
 void init();
-// GL_MAX_TEXTURE_MAX_ANISOTROPY_EXT as read by init; 0 without a GL context
-// or without the extension.
+// The largest anisotropy the driver allows, as read at init: 1 (no
+// anisotropic filtering) without a current GL context or without the
+// extension.
 int maxAnisotropy();
 }

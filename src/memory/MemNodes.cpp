@@ -7,6 +7,7 @@
 
 #include "compute/OclLua.h"
 #include "node/ScnAction.h"
+#include "runtime/AppGlobal.h"
 #include "runtime/LuaExt.h"
 #include "runtime/ScnLua.h"
 
@@ -46,17 +47,31 @@ cl_image_format clFormat(const ScnImageFormat& f)
     return cl_image_format{f.order, f.type};
 }
 
+// A file name of a node or a script below the workspace; an absolute path is
+// taken as it is. Into a fixed block: script methods raise errors by longjmp.
+void workspacePath(const char* name, char (&out)[400])
+{
+    if (name[0] == '/') std::snprintf(out, sizeof out, "%s", name);
+    else std::snprintf(out, sizeof out, "%s/%s", AppGlobal::projectPath().c_str(), name);
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- shared
+
+template <class O>
+void OclMemNode<O>::dropObject()
+{
+    delete m_object;
+    m_object = nullptr;
+}
 
 template <class O>
 void OclMemNode<O>::replace()
 {
     const cl_map_flags mapped = m_object ? m_object->mapFlags : 0;
     if (mapped) m_object->unmap(0);
-    delete m_object;
-    m_object = nullptr;
+    dropObject();
     build();
     // What a running script had mapped stays mapped across the edit.
     if (mapped && m_object) m_object->map(mapped, 0);
@@ -66,8 +81,7 @@ template <class O>
 void OclMemNode<O>::onCreate(ScnAction& action)
 {
     m_context = static_cast<oclContext*>(action.context);
-    delete m_object;
-    m_object = nullptr;
+    dropObject();
     build();
     action.continueWalk(this, ScnAction::Siblings);
 }
@@ -85,8 +99,7 @@ void OclMemNode<O>::onUpdate(ScnAction& action)
 template <class O>
 void OclMemNode<O>::onDestroy(ScnAction& action)
 {
-    delete m_object;
-    m_object = nullptr;
+    dropObject();
     action.continueWalk(this, ScnAction::Siblings);
 }
 
@@ -157,12 +170,52 @@ OclImage2D::OclImage2D()
     name = "clImage2D";
 }
 
+OclImage2D::~OclImage2D()
+{
+    delete m_source;
+}
+
+void OclImage2D::dropObject()
+{
+    delete m_source;
+    m_source = nullptr;
+    OclMemNode::dropObject();
+}
+
 void OclImage2D::build()
 {
     const uint32_t w = evaluated(dim0), h = evaluated(dim1);
     if (!m_context) return;
     const cl_image_format f = clFormat(format.value);
     m_object = new MemTypeImage2D(m_context, w, h, cl_mem_flags.value, &f, getName());
+    char path[400];
+    workspacePath(file.value.c_str(), path);
+    if (source.value == 1) {
+        auto* v = new MemSourceVideo(m_object);
+        m_source = v;
+        v->open(path);
+        v->read();
+    } else if (source.value == 2) {
+        auto* i = new MemSourceImage(m_object);
+        m_source = i;
+        i->open(path);
+        i->read();
+        i->close();
+    } else {
+        m_source = new MemSource(m_object);
+    }
+}
+
+MemSourceVideo* OclImage2D::video() const
+{
+    return dynamic_cast<MemSourceVideo*>(m_source);
+}
+
+void OclImage2D::onEvent(ScnAction& action)
+{
+    MemSourceVideo* v = video();
+    if (v && v->playing) v->read();
+    action.continueWalk(this, ScnAction::Both);
 }
 
 const char* const* OclImage2D::rebuildFields() const
@@ -176,7 +229,13 @@ void OclImage2D::addLuaMethods(ScnLuaClass<OclImage2D>& c)
     c.add("getBuffer", &OclImage2D::luaGetBuffer);
     c.add("dim", &OclImage2D::luaDim);
     c.add("setSize", &OclImage2D::luaSetSize);
-    // The frame methods (getFrameCount, setFrame, play, ...) come with file sources.
+    c.add("setSource", &OclImage2D::luaSetSource);
+    c.add("getFrameCount", &OclImage2D::luaGetFrameCount);
+    c.add("setFrame", &OclImage2D::luaSetFrame);
+    c.add("getFrame", &OclImage2D::luaGetFrame);
+    c.add("play", &OclImage2D::luaPlay);
+    c.add("stop", &OclImage2D::luaStop);
+    c.add("isPlaying", &OclImage2D::luaIsPlaying);
 }
 
 int OclImage2D::luaDim(lua_State* L)
@@ -198,11 +257,110 @@ int OclImage2D::luaSetSize(lua_State* L)
     return luaL_error(L, "unable to resize buffer to (%d,%d)", static_cast<int>(w), static_cast<int>(h));
 }
 
+namespace {
+
+// The picture size of an image or video file, through its plug-in.
+bool fileSize(MemSource::Kind kind, const char* path, int32_t& width, int32_t& height)
+{
+    if (kind == MemSource::Image) {
+        MemSourceImage probe(nullptr);
+        if (!probe.getFileInfo(path)) return false;
+        width = probe.info.image_width, height = probe.info.image_height;
+        return true;
+    }
+    MemSourceVideo probe(nullptr);
+    if (!probe.getFileInfo(path)) return false;
+    width = probe.info.image_width, height = probe.info.image_height;
+    return true;
+}
+
+}  // namespace
+
+// Nothing here owns memory while an error can be raised: the sources are
+// made after the last check, and the paths are fixed blocks.
+int OclImage2D::luaSetSource(lua_State* L)
+{
+    if (lua_type(L, 1) != LUA_TSTRING) return luaL_typerror(L, 1, "file");
+    const char* name = lua_tostring(L, 1);
+    char path[400];
+    workspacePath(name, path);
+    const MemSource::Kind kind = MemSource::classify(path);
+    if (kind == MemSource::Unknown) return luaL_error(L, "unsupported file format: %s", name);
+    if (kind != MemSource::Image && kind != MemSource::Video) return luaL_error(L, "unable to read file data: %s", name);
+    if (!m_object) return luaL_error(L, "invalid memory object %s", getName().c_str());
+    int32_t width = 2, height = 2;
+    if (!fileSize(kind, path, width, height)) return luaL_error(L, "unable to read file data: %s", name);
+    m_object->resize(static_cast<size_t>(width > 0 ? width : 1), static_cast<size_t>(height > 0 ? height : 1), nullptr);
+    delete m_source;
+    if (kind == MemSource::Image) m_source = new MemSourceImage(m_object);
+    else m_source = new MemSourceVideo(m_object);
+    m_source->open(path);
+    m_source->read();
+    return 0;
+}
+
+int OclImage2D::luaGetFrameCount(lua_State* L)
+{
+    if (MemSourceVideo* v = video()) lua_pushnumber(L, v->info.frame_count);
+    else lua_pushnumber(L, dynamic_cast<MemSourceImage*>(m_source) ? 1 : 0);
+    return 1;
+}
+
+int OclImage2D::luaSetFrame(lua_State* L)
+{
+    if (!lua_isnumber(L, 1)) return luaL_argerror(L, 1, "positive number expected");
+    if (MemSourceVideo* v = video()) {
+        v->setFrame(static_cast<int>(lua_tonumber(L, 1)));
+        v->read();
+    }
+    return 0;
+}
+
+int OclImage2D::luaGetFrame(lua_State* L)
+{
+    MemSourceVideo* v = video();
+    if (!v) return 0;
+    lua_pushnumber(L, v->frame);
+    return 1;
+}
+
+int OclImage2D::luaPlay(lua_State* L)
+{
+    if (MemSourceVideo* v = video()) v->play();
+    return 0;
+}
+
+int OclImage2D::luaStop(lua_State* L)
+{
+    if (MemSourceVideo* v = video()) v->stop();
+    return 0;
+}
+
+int OclImage2D::luaIsPlaying(lua_State* L)
+{
+    MemSourceVideo* v = video();
+    if (!v) return 0;
+    lua_pushboolean(L, v->playing);
+    return 1;
+}
+
 // ---------------------------------------------------------------- 3D images
 
 OclImage3D::OclImage3D()
 {
     name = "clImage3D";
+}
+
+OclImage3D::~OclImage3D()
+{
+    delete m_source;
+}
+
+void OclImage3D::dropObject()
+{
+    delete m_source;
+    m_source = nullptr;
+    OclMemNode::dropObject();
 }
 
 void OclImage3D::build()
@@ -211,6 +369,17 @@ void OclImage3D::build()
     if (!m_context) return;
     const cl_image_format f = clFormat(format.value);
     m_object = new MemTypeImage3D(m_context, w, h, d, cl_mem_flags.value, &f, getName());
+    if (source.value == 3) {
+        char path[400];
+        workspacePath(file.value.c_str(), path);
+        auto* v = new MemSourceVolume(m_object);
+        m_source = v;
+        v->open(path);
+        v->read();
+        v->close();
+    } else {
+        m_source = new MemSource(m_object);
+    }
 }
 
 const char* const* OclImage3D::rebuildFields() const

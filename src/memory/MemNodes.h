@@ -6,6 +6,7 @@
 #pragma once
 
 #include "memory/MemObjects.h"
+#include "memory/MemSource.h"
 #include "node/ScnNode.h"
 
 struct lua_State;
@@ -36,6 +37,8 @@ protected:
     virtual void build() = 0;
     // The names of the fields whose edit rebuilds the object, null-ended.
     virtual const char* const* rebuildFields() const = 0;
+    // Deletes the object and whatever depends on it.
+    virtual void dropObject();
     void replace();
 
     oclContext* m_context = nullptr;
@@ -73,13 +76,31 @@ public:
     // Kind of file source: 0 none, 1 video, 2 image.
     ScnSF<char> source{this, "source", 0};
 
+    ~OclImage2D() override;
+    MemSource* memSource() const { return m_source; }
+    // While a video source plays, every event sweep reads the frame the
+    // clock has reached.
+    void onEvent(ScnAction& action) override;
+
     static void addLuaMethods(ScnLuaClass<OclImage2D>& c);
     int luaDim(lua_State* L);
     int luaSetSize(lua_State* L);
+    int luaSetSource(lua_State* L);
+    int luaGetFrameCount(lua_State* L);
+    int luaSetFrame(lua_State* L);
+    int luaGetFrame(lua_State* L);
+    int luaPlay(lua_State* L);
+    int luaStop(lua_State* L);
+    int luaIsPlaying(lua_State* L);
 
 protected:
     void build() override;
+    void dropObject() override;
     const char* const* rebuildFields() const override;
+
+private:
+    MemSourceVideo* video() const;
+    MemSource* m_source = nullptr;
 };
 
 class OclImage3D : public OclMemNode<MemTypeImage3D> {
@@ -96,11 +117,18 @@ public:
     // Kind of file source: 0, 1, 2 none, 3 volume.
     ScnSF<char> source{this, "source", 0};
 
+    ~OclImage3D() override;
+    MemSource* memSource() const { return m_source; }
+
     static void addLuaMethods(ScnLuaClass<OclImage3D>& c);
     int luaDim(lua_State* L);
     int luaSetSize(lua_State* L);
 
 protected:
     void build() override;
+    void dropObject() override;
     const char* const* rebuildFields() const override;
+
+private:
+    MemSource* m_source = nullptr;
 };

@@ -16,14 +16,18 @@
 #include <QToolBar>
 #include <QVBoxLayout>
 
+#include "editor/CtlColorGrid.h"
 #include "editor/CtlOutput.h"
+#include "editor/CtlProfiler.h"
 #include "editor/CtlWorldView.h"
 #include "node/ScnNode.h"
 #include "platform/Settings.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
 #include "runtime/RtnApplication.h"
+#include "runtime/RtnNodes.h"
 #include "runtime/RtnSelection.h"
+#include "widgets/InputState.h"
 
 namespace {
 
@@ -81,9 +85,27 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent)
     gui->setCheckable(true);
     gui->setChecked(true);
     connect(gui, &QAction::toggled, this, [this](bool on) { m_view->showGui = on; });
+    QAction* capture = viewBar->addAction("Capture");
+    capture->setToolTip("Toggle input capture ");
+    capture->setCheckable(true);
+    capture->setChecked(true);
+    connect(capture, &QAction::toggled, this, [](bool on) { InputState::instance().capture = on; });
+    viewBar->addSeparator();
+    for (int slot = 0; slot < 5; ++slot) {
+        QAction* a = viewBar->addAction(QString::number(slot + 1));
+        a->setToolTip("Store Viewpoint");
+        a->setCheckable(true);
+        connect(a, &QAction::triggered, this, [this, slot] {
+            chooseViewpoint(slot, QApplication::keyboardModifiers() & Qt::ShiftModifier);
+        });
+        m_viewpoints[slot] = a;
+    }
     sceneLayout->addWidget(viewBar);
     sceneLayout->addWidget(m_view, 1);
     m_viewTab->addTab(scene, "Scene");
+    // The selected processor's registers, beside the scene.
+    m_grid = new CtlColorGrid;
+    m_viewTab->addTab(m_grid, "Registers");
 
     m_output = new CtlOutput;
     auto* outputPage = new QWidget;
@@ -100,6 +122,9 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent)
     outputLayout->addWidget(m_output, 1);
     m_outputTabs = new QTabWidget;
     m_outputTabs->addTab(outputPage, "Output");
+    // The selected program's kernel times.
+    m_profiler = new CtlProfiler;
+    m_outputTabs->addTab(m_profiler, "Kernel times");
 
     auto* split = new QSplitter(Qt::Vertical);
     split->addWidget(m_viewTab);
@@ -122,11 +147,13 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent)
     connect(&m_timer, &QTimer::timeout, this, &FrmMain::tick);
     connect(m_view, &CtlWorldView::started, this, &FrmMain::onViewStarted);
     connect(m_output, &CtlOutput::jump, this, &FrmMain::jumpTo);
+    RtnSelection::instance().addObserver(&m_observer);
     VTRACE("FrmMain::OnCreate()-done");
 }
 
 FrmMain::~FrmMain()
 {
+    RtnSelection::instance().removeObserver(&m_observer);
     m_timer.stop();
     m_view->stopRecording();
     m_output->forgetNodes(false);
@@ -185,6 +212,7 @@ void FrmMain::newApplication()
         const QSignalBlocker block(m_start);
         m_start->setChecked(false);
     }
+    checkViewpoint(-1);
     updateTitle();
     m_timer.start(15);
 }
@@ -201,6 +229,7 @@ bool FrmMain::openApplication(const QString& file)
         const QSignalBlocker block(m_start);
         m_start->setChecked(false);
         addRecentApplication(file);
+        checkViewpoint(0);
     } else {
         QMessageBox::warning(this, file, QString::fromStdString(error));
     }
@@ -212,6 +241,7 @@ bool FrmMain::openApplication(const QString& file)
 bool FrmMain::saveApplicationAs(const QString& file)
 {
     QApplication::setOverrideCursor(Qt::WaitCursor);
+    storeCheckedViewpoint();
     const bool ok = m_doc.saveAs(file.toStdString());
     QApplication::restoreOverrideCursor();
     if (ok) addRecentApplication(file);
@@ -233,6 +263,7 @@ void FrmMain::commandSave()
         return;
     }
     QApplication::setOverrideCursor(Qt::WaitCursor);
+    storeCheckedViewpoint();
     m_doc.save();
     QApplication::restoreOverrideCursor();
 }
@@ -254,7 +285,10 @@ void FrmMain::reset()
     QApplication::setOverrideCursor(Qt::WaitCursor);
     m_timer.stop();
     m_output->forgetNodes(true);
+    storeCheckedViewpoint();
     m_doc.reset();
+    // The new camera starts where the checked slot says.
+    if (m_checkedViewpoint >= 0 && m_doc.application()) m_doc.application()->recallViewpoint(m_checkedViewpoint, false);
     m_view->update();
     {
         const QSignalBlocker block(m_start);
@@ -282,6 +316,39 @@ void FrmMain::tick()
     m_fps = m_fps * 0.9 + (1000.0 / dt) * 0.1;
     m_fpsPane->setText(QString::asprintf("FPS %d", static_cast<int>(m_fps)));
     if (m_output->drain()) stopOnError();
+    // Bars of failed functions and kernel times follow the frame.
+    if (m_grid->isVisible()) m_grid->update();
+    if (m_profiler->isVisible()) m_profiler->update();
+}
+
+void FrmMain::storeCheckedViewpoint()
+{
+    if (m_checkedViewpoint >= 0 && m_doc.application()) m_doc.application()->storeViewpoint(m_checkedViewpoint);
+}
+
+void FrmMain::checkViewpoint(int slot)
+{
+    // The buttons only show the slot: a click toggles its button before
+    // the command sees it.
+    m_checkedViewpoint = slot;
+    for (int i = 0; i < 5; ++i) m_viewpoints[i]->setChecked(i == slot);
+}
+
+void FrmMain::chooseViewpoint(int slot, bool keep)
+{
+    if (slot < 0 || slot >= 5 || !m_doc.application()) return;
+    // The view is saved in the slot being left, whichever it is.
+    storeCheckedViewpoint();
+    m_doc.application()->recallViewpoint(slot, keep);
+    checkViewpoint(slot);
+}
+
+void FrmMain::onSelection(RtnSelection& s)
+{
+    if (s.has(RtnSelection::ProcessorSelected) && s.processor)
+        m_viewTab->setTabText(m_viewTab->indexOf(m_grid), QString::fromStdString(s.processor->getName()));
+    else if (s.has(RtnSelection::ProcessorCleared))
+        m_viewTab->setTabText(m_viewTab->indexOf(m_grid), "Registers");
 }
 
 void FrmMain::stopOnError()

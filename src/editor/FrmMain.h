@@ -8,6 +8,7 @@
 #include <QStringList>
 #include <QTimer>
 
+#include "node/FCTFunctor.h"
 #include "runtime/Clock.h"
 #include "runtime/RtnDocument.h"
 
@@ -15,9 +16,13 @@ class QAction;
 class QLabel;
 class QMenu;
 class QTabWidget;
+class CtlColorGrid;
 class CtlOutput;
+class CtlProfiler;
+class QActionGroup;
 class CtlWorldView;
 class ScnNode;
+class RtnSelection;
 
 class FrmMain : public QMainWindow {
     Q_OBJECT
@@ -37,6 +42,15 @@ public:
     QAction* resetAction() const { return m_reset; }
     QAction* recordAction() const { return m_record; }
     QMenu* recentApplicationMenu() const { return m_recentAppMenu; }
+    CtlColorGrid* registerGrid() const { return m_grid; }
+    CtlProfiler* profiler() const { return m_profiler; }
+    // The five "Store Viewpoint" buttons, slot 0 to 4.
+    QAction* viewpointButton(int slot) const { return m_viewpoints[slot]; }
+    int checkedViewpoint() const { return m_checkedViewpoint; }
+    // A "Store Viewpoint" click: the view goes into the slot being left,
+    // then the camera takes slot `slot` (a slot at the identity, or any slot
+    // with `keep`, first takes the present view).
+    void chooseViewpoint(int slot, bool keep);
     const QStringList& recentApplications() const { return m_recentApps; }
     // True once the world view has started the engine and a document exists.
     bool isStarted() const { return m_startedUp; }
@@ -77,6 +91,11 @@ private:
     void stopOnError();
     void jumpTo(ScnNode* node, int line, int reg, int kind);
     void updateTitle();
+    // The present view into the slot of the checked button, if any.
+    void storeCheckedViewpoint();
+    // Unchecks the viewpoint buttons, then checks `slot` (-1: none).
+    void checkViewpoint(int slot);
+    void onSelection(RtnSelection& s);
     void addRecentApplication(const QString& file);
     void fillRecentMenus();
     void switchWorkspace(const QString& folder);
@@ -94,6 +113,11 @@ private:
     QMenu* m_recentAppMenu = nullptr;
     QMenu* m_recentWorkspaceMenu = nullptr;
     QLabel* m_fpsPane = nullptr;
+    CtlColorGrid* m_grid = nullptr;
+    CtlProfiler* m_profiler = nullptr;
+    QAction* m_viewpoints[5] = {};
+    int m_checkedViewpoint = -1;
+    FCTFunctor1V<FrmMain, RtnSelection&> m_observer{this, &FrmMain::onSelection};
     QTimer m_timer;
     QStringList m_recentApps, m_recentWorkspaces;
     double m_fps = 0;

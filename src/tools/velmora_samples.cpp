@@ -16,6 +16,8 @@ namespace {
 bool writeHello(const std::string& folder)
 {
     RtnApplication app;
+    // The first view is where the camera starts, as the editor's Save leaves it.
+    app.viewpoints.values[0] = app.camera.node.matrix.value;
     app.luaglobal = "frames = 0\n";
     auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
     main->luaglobal = "greeting = \"Hello from \"\n";
@@ -41,6 +43,8 @@ bool writeHello(const std::string& folder)
 bool writeCompute(const std::string& folder)
 {
     RtnApplication app;
+    // The first view is where the camera starts, as the editor's Save leaves it.
+    app.viewpoints.values[0] = app.camera.node.matrix.value;
     auto* platform = new OclPlatform;
     platform->name = "compute";
     auto* program = new OclProgram;

@@ -11,14 +11,19 @@
 #include <QTimer>
 #include <QtTest>
 
+#include "editor/CtlColorGrid.h"
 #include "editor/CtlOutput.h"
+#include "editor/CtlProfiler.h"
 #include "editor/CtlWorldView.h"
 #include "platform/MovieWriter.h"
 #include "editor/EdtStart.h"
 #include "editor/FrmMain.h"
 #include "platform/Settings.h"
 #include "render/ScnCameraExamine.h"
+#include "compute/OclNodes.h"
+#include "compute/oclObject.h"
 #include "runtime/CmdNodes.h"
+#include "runtime/RtnNodes.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/RtnApplication.h"
 #include "runtime/RtnSelection.h"
@@ -271,6 +276,134 @@ private slots:
         QTest::mouseClick(out->viewport(), Qt::LeftButton, {}, out->visualItemRect(out->item(errorRow)).center());
         QCOMPARE(RtnSelection::instance().node, static_cast<RtnProcessor*>(processor)->getRegister(3));
         QVERIFY2(m_frame->statusText(0).endsWith("register 3, line 2"), qPrintable(m_frame->statusText(0)));
+    }
+
+    // The register grid of the selected processor: class colours, selection
+    // by click, a Ctrl-drag onto an empty cell (and not onto a filled one),
+    // the arrow keys, and "Remove".
+    void registerGridSelectsMovesAndRemoves()
+    {
+        QVERIFY(m_frame->openApplication("samples/hello.3Dm"));
+        m_frame->tick();
+        RtnProcessor* p = RtnSelection::instance().processor;
+        QVERIFY2(p, "opening selects the first processor");
+        RtnRegister* r0 = p->getRegister(0);
+        QVERIFY2(r0, "the sample's register sits in cell 0");
+        RtnRegister* r9 = p->createRegister(9);
+        r9->deposit(p);  // a processor as its token: the processor colour
+        CtlColorGrid* grid = m_frame->registerGrid();
+        grid->resize(22 + 8 * 60, 18 + 4 * 18 + 2);
+        grid->show();
+        auto colourAt = [grid](int cell) {
+            const QRect box = grid->cellRect(cell);
+            return grid->grab().toImage().pixelColor(box.left() + 12, box.top() + 2).rgb() & 0xFFFFFF;
+        };
+        QCOMPARE(colourAt(0), QRgb(0xC9D99B));  // a scene node's class
+        QCOMPARE(colourAt(9), QRgb(0xC69DA6));  // a processor
+        QCOMPARE(colourAt(4), grid->palette().button().color().rgb() & 0xFFFFFF);  // no register
+
+        auto centre = [grid](int cell) { return grid->cellRect(cell).center(); };
+        QTest::mouseClick(grid, Qt::LeftButton, {}, centre(9));
+        QCOMPARE(RtnSelection::instance().reg, r9);
+        QCOMPARE(grid->selectedCell(), 9);
+        QCOMPARE(colourAt(9), QRgb(0xFFFFFF));  // the selected cell is white
+
+        // Ctrl-drag 9 onto the filled cell 0: nothing moves; onto 13: it moves.
+        QTest::mousePress(grid, Qt::LeftButton, Qt::ControlModifier, centre(9));
+        QTest::mouseRelease(grid, Qt::LeftButton, Qt::ControlModifier, centre(0));
+        QCOMPARE(p->getRegister(9), r9);
+        QCOMPARE(p->getRegister(0), r0);
+        QTest::mousePress(grid, Qt::LeftButton, Qt::ControlModifier, centre(9));
+        QTest::mouseRelease(grid, Qt::LeftButton, Qt::ControlModifier, centre(13));
+        QCOMPARE(p->getRegister(13), r9);
+        QVERIFY(!p->getRegister(9));
+        QCOMPARE(RtnSelection::instance().reg, r9);
+        QCOMPARE(grid->selectedCell(), 13);
+
+        // Up goes back by 4 inside the grid, and stays at the top row's edge.
+        QTest::mouseClick(grid, Qt::LeftButton, {}, centre(5));
+        QTest::keyClick(grid, Qt::Key_Up);
+        QCOMPARE(grid->selectedCell(), 1);
+        QTest::mouseClick(grid, Qt::LeftButton, {}, centre(3));
+        QTest::keyClick(grid, Qt::Key_Up);
+        QCOMPARE(grid->selectedCell(), 3);
+        QTest::keyClick(grid, Qt::Key_Right);
+        QCOMPARE(grid->selectedCell(), 4);
+        QTest::keyClick(grid, Qt::Key_Down);
+        QCOMPARE(grid->selectedCell(), 8);
+
+        // "Remove" from the cell's menu.
+        QTimer::singleShot(50, [] {
+            if (auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget()))
+                for (QAction* a : menu->actions())
+                    if (a->text() == "Remove") a->trigger();
+        });
+        QContextMenuEvent context(QContextMenuEvent::Mouse, centre(13), grid->mapToGlobal(centre(13)));
+        QApplication::sendEvent(grid, &context);
+        QTRY_VERIFY_WITH_TIMEOUT(!p->getRegister(13), 2000);
+        QVERIFY(!RtnSelection::instance().reg);
+        if (QWidget* popup = QApplication::activePopupWidget()) popup->close();
+    }
+
+    // Store Viewpoint: the view goes into the slot being left, a stored slot
+    // moves the camera back, and Reset starts the camera from the checked slot.
+    void viewpointButtonsStoreAndRecall()
+    {
+        QVERIFY(m_frame->openApplication("samples/hello.3Dm"));
+        QCOMPARE(m_frame->checkedViewpoint(), 0);
+        m_frame->tick();
+        auto* cam = static_cast<ScnCameraExamine*>(m_frame->document().runtime()->branch(CmdApplication::Camera));
+        const double z0 = cam->eye[2];
+        // Slot 1 at the identity takes the present view.
+        m_frame->viewpointButton(1)->trigger();
+        QCOMPARE(m_frame->checkedViewpoint(), 1);
+        QVERIFY(m_frame->viewpointButton(1)->isChecked());
+        QVERIFY(!m_frame->viewpointButton(0)->isChecked());
+        QCOMPARE(cam->eye[2], z0);
+        // Move, then go to slot 2: the moved view is kept in slot 1.
+        ScnMatrix16 moved = cam->worldMatrix;
+        moved.m[14] = z0 + 5;
+        cam->setMatrix(moved);
+        m_frame->viewpointButton(2)->trigger();
+        QCOMPARE(m_frame->document().application()->viewpoints.values[1].m[14], z0 + 5);
+        moved.m[14] = z0 - 3;
+        cam->setMatrix(moved);
+        m_frame->viewpointButton(1)->trigger();
+        QCOMPARE(cam->eye[2], z0 + 5);
+        QCOMPARE(m_frame->document().application()->viewpoints.values[2].m[14], z0 - 3);
+        // Reset: the new camera starts from the checked slot.
+        m_frame->reset();
+        cam = static_cast<ScnCameraExamine*>(m_frame->document().runtime()->branch(CmdApplication::Camera));
+        QCOMPARE(cam->eye[2], z0 + 5);
+    }
+
+    // The kernel chart of the selected program: a row for the kernel that ran,
+    // with its time; profiling goes off again when the program is left.
+    void profilerChartsTheSelectedProgram()
+    {
+        QVERIFY(m_frame->openApplication("samples/compute.3Dm"));
+        ScnNode* platform = m_frame->document().application()->openCL.node.getChild(0);
+        QVERIFY(platform);
+        auto* program = dynamic_cast<OclProgram*>(static_cast<ScnGroup*>(platform)->getChild(0));
+        QVERIFY(program);
+        CtlProfiler* chart = m_frame->profiler();
+        QVERIFY(chart->rows().empty());
+        RtnSelection::instance().setNode(program);
+        QCOMPARE(chart->program(), static_cast<ScnNode*>(program));
+        QVERIFY2(chart->rows().empty(), "a kernel that never ran has no row");
+        m_frame->startAction()->trigger();
+        for (int i = 0; i < 3; ++i) m_frame->tick();
+        const std::vector<CtlProfiler::Row> rows = chart->rows();
+        QCOMPARE(static_cast<int>(rows.size()), 1);
+        QCOMPARE(rows[0].name, QString("advance"));
+        QVERIFY(rows[0].nanoseconds > 0);
+        auto* twin = dynamic_cast<OclSourceNode*>(program->twin());
+        QVERIFY(twin && twin->program() && !twin->program()->kernels().empty());
+        QVERIFY(twin->program()->kernels()[0]->profiling());
+        RtnSelection::instance().setNode(nullptr);
+        QVERIFY(!chart->program());
+        QVERIFY(!twin->program()->kernels()[0]->profiling());
+        m_frame->reset();
     }
 
     // 40 ticks recorded decode back to 40 frames of the view's size.

@@ -29,6 +29,25 @@
 
 namespace plugin {
 
+// getFileExt's answer: the extensions as a list.
+inline int pushExtensions(lua_State* L, std::initializer_list<const char*> extensions)
+{
+    lua_createtable(L, static_cast<int>(extensions.size()), 0);
+    int i = 1;
+    for (const char* e : extensions) {
+        lua_pushstring(L, e);
+        lua_rawseti(L, -2, i++);
+    }
+    return 1;
+}
+
+// A number field of the info table on top of the stack.
+inline void setNumber(lua_State* L, const char* key, lua_Number v)
+{
+    lua_pushnumber(L, v);
+    lua_setfield(L, -2, key);
+}
+
 // A message for the caller to raise once its C++ objects are gone.
 struct Error {
     char text[512] = {};

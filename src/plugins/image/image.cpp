@@ -19,7 +19,6 @@
 namespace {
 
 // Matched exactly, case included, by the program.
-const char* const kExtensions[] = {".png", ".jpg", ".jpeg", ".bmp", ".tga", ".hdr"};
 
 // Decoded pictures larger than this are refused: a damaged header must not
 // make the decoder allocate without bound.
@@ -49,20 +48,9 @@ bool probe(const char* path, Info& info, plugin::Error& err)
 
 int lGetFileExt(lua_State* L)
 {
-    lua_createtable(L, static_cast<int>(std::size(kExtensions)), 0);
-    int i = 1;
-    for (const char* e : kExtensions) {
-        lua_pushstring(L, e);
-        lua_rawseti(L, -2, i++);
-    }
-    return 1;
+    return plugin::pushExtensions(L, {".png", ".jpg", ".jpeg", ".bmp", ".tga", ".hdr"});
 }
 
-void setInt(lua_State* L, const char* key, lua_Number v)
-{
-    lua_pushnumber(L, v);
-    lua_setfield(L, -2, key);
-}
 
 int lGetFileInfo(lua_State* L)
 {
@@ -77,10 +65,10 @@ int lGetFileInfo(lua_State* L)
     const int order = info.channels == 1 ? CL_LUMINANCE : info.channels == 2 ? CL_RA : CL_RGBA;
     const int type = info.hdr ? CL_FLOAT : info.wide ? CL_UNORM_INT16 : CL_UNORM_INT8;
     lua_createtable(L, 0, 4);
-    setInt(L, "image_width", info.width);
-    setInt(L, "image_height", info.height);
-    setInt(L, "image_channel_order", order);
-    setInt(L, "image_channel_data_type", type);
+    plugin::setNumber(L, "image_width", info.width);
+    plugin::setNumber(L, "image_height", info.height);
+    plugin::setNumber(L, "image_channel_order", order);
+    plugin::setNumber(L, "image_channel_data_type", type);
     return 1;
 }
 

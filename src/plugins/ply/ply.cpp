@@ -29,10 +29,7 @@ namespace {
 
 int lGetFileExt(lua_State* L)
 {
-    lua_createtable(L, 1, 0);
-    lua_pushstring(L, ".ply");
-    lua_rawseti(L, -2, 1);
-    return 1;
+    return plugin::pushExtensions(L, {".ply"});
 }
 
 bool readHeader(const char* path, ply::Header& header, plugin::Error& err)

@@ -31,7 +31,6 @@ namespace {
 
 constexpr uint64_t kMaxPixels = 1ull << 26;
 
-const char* const kExtensions[] = {".avi", ".mp4", ".mkv", ".mov", ".webm", ".mpg", ".ogv"};
 
 class Video {
 public:
@@ -218,13 +217,7 @@ Video* find(lua_State* L, int idx)
 
 int lGetFileExt(lua_State* L)
 {
-    lua_createtable(L, static_cast<int>(std::size(kExtensions)), 0);
-    int i = 1;
-    for (const char* e : kExtensions) {
-        lua_pushstring(L, e);
-        lua_rawseti(L, -2, i++);
-    }
-    return 1;
+    return plugin::pushExtensions(L, {".avi", ".mp4", ".mkv", ".mov", ".webm", ".mpg", ".ogv"});
 }
 
 int openVideo(const char* path, plugin::Error& err)
@@ -263,23 +256,18 @@ int lClose(lua_State* L)
     return 0;
 }
 
-void setInt(lua_State* L, const char* key, lua_Number v)
-{
-    lua_pushnumber(L, v);
-    lua_setfield(L, -2, key);
-}
 
 int lGetFileInfo(lua_State* L)
 {
     Video* v = find(L, 1);
     if (!v) return luaL_error(L, "invalid video handle %d", static_cast<int>(lua_tonumber(L, 1)));
     lua_createtable(L, 0, 6);
-    setInt(L, "image_width", v->width);
-    setInt(L, "image_height", v->height);
-    setInt(L, "frame_count", v->frameCount);
-    setInt(L, "frame_rate", v->frameRate());
-    setInt(L, "image_channel_order", CL_RGBA);
-    setInt(L, "image_channel_data_type", CL_UNORM_INT8);
+    plugin::setNumber(L, "image_width", v->width);
+    plugin::setNumber(L, "image_height", v->height);
+    plugin::setNumber(L, "frame_count", v->frameCount);
+    plugin::setNumber(L, "frame_rate", v->frameRate());
+    plugin::setNumber(L, "image_channel_order", CL_RGBA);
+    plugin::setNumber(L, "image_channel_data_type", CL_UNORM_INT8);
     return 1;
 }
 

@@ -102,17 +102,9 @@ bool parseHeader(const char* path, Header& h, plugin::Error& err)
 
 int lGetFileExt(lua_State* L)
 {
-    lua_createtable(L, 1, 0);
-    lua_pushstring(L, ".vol");
-    lua_rawseti(L, -2, 1);
-    return 1;
+    return plugin::pushExtensions(L, {".vol"});
 }
 
-void setInt(lua_State* L, const char* key, lua_Number v)
-{
-    lua_pushnumber(L, v);
-    lua_setfield(L, -2, key);
-}
 
 int lGetFileInfo(lua_State* L)
 {
@@ -125,11 +117,11 @@ int lGetFileInfo(lua_State* L)
         return 2;
     }
     lua_createtable(L, 0, 5);
-    setInt(L, "image_width", h.width);
-    setInt(L, "image_height", h.height);
-    setInt(L, "image_depth", h.depth);
-    setInt(L, "image_channel_order", h.channels == 1 ? CL_LUMINANCE : h.channels == 2 ? CL_RA : CL_RGBA);
-    setInt(L, "image_channel_data_type",
+    plugin::setNumber(L, "image_width", h.width);
+    plugin::setNumber(L, "image_height", h.height);
+    plugin::setNumber(L, "image_depth", h.depth);
+    plugin::setNumber(L, "image_channel_order", h.channels == 1 ? CL_LUMINANCE : h.channels == 2 ? CL_RA : CL_RGBA);
+    plugin::setNumber(L, "image_channel_data_type",
            h.kind == plugin::Pixels::U8 ? CL_UNORM_INT8 : h.kind == plugin::Pixels::U16 ? CL_UNORM_INT16 : CL_FLOAT);
     return 1;
 }

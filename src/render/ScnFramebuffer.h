@@ -6,8 +6,7 @@
 
 #include <vector>
 
-#include <CL/cl.h>
-
+#include "compute/oclObject.h"
 #include "node/ScnNode.h"
 
 class ScnShader;

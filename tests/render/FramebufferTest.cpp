@@ -6,6 +6,7 @@
 // script methods, remade targets and the file.
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -508,6 +509,19 @@ TEST_F(FramebufferFrame, ScriptMethodsAndTargetsMadeAnewWhenTheSizeChanges)
     MemTypeFboTarget* kept = fb.target(0);
     m_doc.runtime()->update(&fb, &fb.name);
     EXPECT_EQ(fb.target(0), kept);
+
+    // Wider than any texture may be: the framebuffer says so and keeps what it made.
+    GLint largest = 0;
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &largest);
+    ASSERT_GT(largest, 0);
+    drain();
+    fb.width = largest * 2;
+    m_doc.runtime()->update(&fb, &fb.width);
+    const Lines said = drain();
+    EXPECT_NE(std::find(said.begin(), said.end(), "(framebuffer): Error creating frame buffer"), said.end())
+        << (said.empty() ? "(nothing)" : said[0]);
+    EXPECT_NE(fb.fbo, 0u);
+    EXPECT_EQ(fb.targetCount(), 3);
 }
 
 TEST(FramebufferFile, FieldsInOrderAndTheFileReadsBackByteForByteWithTheFirstFlagWordTwo)

@@ -185,7 +185,7 @@ void ScnNode::afterWalkOn(ScnAction&, void*, int) {}
 void ScnNode::addEvents(ScnMFFunction&) {}
 void ScnNode::removeEvents(ScnMFFunction&) {}
 ScnShader* ScnNode::getShaderNode() { return nullptr; }
-void ScnNode::bindToShader(ScnAction&, ScnShader*) {}
+void ScnNode::onRenderPass(ScnAction&, ScnShader*) {}
 
 void ScnNode::setBounds(const ScnBox& box)
 {

@@ -161,7 +161,9 @@ public:
     virtual void addEvents(ScnMFFunction& functions);
     virtual void removeEvents(ScnMFFunction& functions);
     virtual ScnShader* getShaderNode();
-    virtual void bindToShader(ScnAction& action, ScnShader* shader);
+    // Nodes that feed shaders (textures, framebuffers, lights) bind
+    // themselves to `shader` here; others do nothing.
+    virtual void onRenderPass(ScnAction& action, ScnShader* shader);
     virtual const ScnBox& getBounds() const { return m_bounds; }
     virtual void setBounds(const ScnBox& box);
     virtual ScnBox computeBounds() const { return ScnBox{}; }

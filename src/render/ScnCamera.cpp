@@ -24,6 +24,15 @@ ScnCamera::~ScnCamera()
     // A camera that goes without its destroy walk leaves nothing behind.
     ScnScene::removeFromQueue(this);
     if (ScnScene::mainCamera() == this) ScnScene::setMainCamera(nullptr);
+    setDisplayFramebuffer(nullptr);
+}
+
+void ScnCamera::setDisplayFramebuffer(ScnFramebuffer* fb)
+{
+    if (fb == m_display) return;
+    if (m_display) std::erase(m_display->m_viewers, this);
+    m_display = fb;
+    if (fb) fb->m_viewers.push_back(this);
 }
 
 void ScnCamera::setMatrix(const ScnMatrix16& m)
@@ -92,20 +101,17 @@ void ScnCamera::onEvent(ScnAction& action)
 
 void ScnCamera::onUpdate(ScnAction& action)
 {
-    m_display = nullptr;
+    ScnFramebuffer* first = nullptr;
+    for (ScnNode* n = firstChild(); n && !first; n = n->next()) first = dynamic_cast<ScnFramebuffer*>(n);
+    setDisplayFramebuffer(first);
     displayAttachment = 0;
-    for (ScnNode* n = firstChild(); n; n = n->next())
-        if (auto* fb = dynamic_cast<ScnFramebuffer*>(n)) {
-            m_display = fb;
-            break;
-        }
     ScnGroup::onUpdate(action);
 }
 
 void ScnCamera::onDestroy(ScnAction& action)
 {
     ScnScene::removeFromQueue(this);
-    m_display = nullptr;  // the children go with this walk
+    setDisplayFramebuffer(nullptr);  // the children go with this walk
     ScnGroup::onDestroy(action);
 }
 
@@ -127,32 +133,30 @@ void ScnCamera::render(ScnRenderScene& target, ScnNode* scene)
     refreshProjection();
     action.takeCamera();
     notify(OnPreRender);
-    bool drew = false;
     for (ScnNode* n = firstChild(); n; n = n->next()) {
         if (auto* lb = dynamic_cast<ScnLightbuffer*>(n)) {
             // The light pass itself is started by a script in one of these.
             lb->camera = this;
-            lb->notify(OnPreRender);
-            lb->notify(OnPostRender);
+            lb->notify(ScnFramebuffer::OnPreRender);
+            lb->notify(ScnFramebuffer::OnPostRender);
+            lb->camera = nullptr;
             continue;
         }
         auto* fb = dynamic_cast<ScnFramebuffer*>(n);
         if (!fb) continue;  // shaders take part through their framebuffers
         fb->camera = this;
-        if (!fb->beginRender()) continue;
-        ScnNode* root = fb->root ? fb->root : scene;
-        // A root deep in the tree is reached along its path, so that the
-        // matrices of its ancestors apply.
-        if (root) action.apply(root == scene ? scene : action.buildPath(root, nullptr));
-        fb->endRender();
-        drew = true;
-    }
-    if (!drew && scene && GlContext::ready()) {
-        GlPlatform::bindScreen();
-        glViewport(0, 0, target.width, target.height);
-        glEnable(GL_DEPTH_TEST);
-        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-        action.apply(scene);
+        target.width = fb->width.value;
+        target.height = fb->height.value;
+        if (fb->begin()) {
+            ScnNode* root = fb->root();
+            if (!root) root = scene;
+            // A root deep in the tree is reached along its path, so that the
+            // matrices of its ancestors apply.
+            action.clearBindings();
+            if (root) action.apply(root == scene ? scene : action.buildPath(root, nullptr));
+            fb->end();
+        }
+        fb->camera = nullptr;
     }
     notify(OnPostRender);
 }

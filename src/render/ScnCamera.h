@@ -47,9 +47,10 @@ public:
     // The frustum and the projection from fov, aspect, near and far.
     void refreshProjection();
 
-    // The framebuffer the display step shows, or null.
+    // The framebuffer the display step shows, or null. The framebuffer knows
+    // the cameras that show it and clears this when it goes.
     ScnFramebuffer* displayFramebuffer() const { return m_display; }
-    void setDisplayFramebuffer(ScnFramebuffer* fb) { m_display = fb; }
+    void setDisplayFramebuffer(ScnFramebuffer* fb);
 
     // An active camera enters the render queue, then mask 3.
     void onEvent(ScnAction& action) override;
@@ -62,10 +63,11 @@ public:
     void removeEvents(ScnMFFunction& functions) override;
 
     // Refreshes the projection, fires OnPreRender, handles the children in
-    // order, fires OnPostRender. A camera none of whose framebuffers has a
-    // GL target draws `scene` straight into the view.
+    // order, fires OnPostRender. Each framebuffer child draws its root, or
+    // `scene` when it has none, into its targets.
     virtual void render(ScnRenderScene& target, ScnNode* scene);
 
 private:
+    friend class ScnFramebuffer;
     ScnFramebuffer* m_display = nullptr;
 };

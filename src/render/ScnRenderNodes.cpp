@@ -114,31 +114,3 @@ ScnLightbuffer::ScnLightbuffer()
     flags = ScnTextureFlags{{9, 0, 0, 0}};  // linear filtering, no pixel buffer
     lighting.node.loadSources("deferred\\lighting\\combiner");
 }
-
-// -- framebuffers -----------------------------------------------------------------
-
-ScnNodeType ScnFramebuffer::s_type;
-
-ScnFramebuffer::ScnFramebuffer()
-{
-    name = "framebuffer";
-}
-
-void ScnFramebuffer::read(ScnInStream& in)
-{
-    ScnNode::read(in);
-    flags.value.w[0] = 2;
-}
-
-ScnNode* ScnFramebuffer::getChild(int index)
-{
-    return index < 0 ? nullptr : shaders.nodeAt(index);
-}
-
-int ScnFramebuffer::indexOfChild(const ScnNode* node)
-{
-    int i = 0;
-    for (ScnNode* n = shaders.first(); n; n = n->next(), ++i)
-        if (n == node) return i;
-    return -1;
-}

@@ -87,10 +87,17 @@ void ScnActionRender::popBinding()
         --m_bindingCount;
 }
 
+void ScnActionRender::clearBindings()
+{
+    m_bindingCount = 0;
+    m_bindingOverflow = 0;
+    nextTextureUnit = 0;
+}
+
 void ScnActionRender::bindAll(ScnShader* shader)
 {
-    for (int i = 0; i < m_bindingCount; ++i) m_bindings[i]->bindToShader(*this, shader);
-    for (ScnNode* n : ScnScene::globalBindings()) n->bindToShader(*this, shader);
+    for (int i = 0; i < m_bindingCount; ++i) m_bindings[i]->onRenderPass(*this, shader);
+    for (ScnNode* n : ScnScene::globalBindings()) n->onRenderPass(*this, shader);
 }
 
 // -- global state ---------------------------------------------------------------------
@@ -408,20 +415,6 @@ void ScnWorld::onUpdate(ScnAction& action)
     ScnMatrix::onUpdate(action);
 }
 
-bool ScnFramebuffer::beginRender()
-{
-    if (!fbo || !GlContext::ready()) return false;
-    glBindFramebuffer(GL_FRAMEBUFFER, fbo);
-    glViewport(0, 0, width.value, height.value);
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    return true;
-}
-
-void ScnFramebuffer::endRender()
-{
-    GlPlatform::bindScreen();
-}
-
 // -- the frame step -------------------------------------------------------------------
 
 namespace ScnFrame {
@@ -452,17 +445,16 @@ void displayStep(int width, int height)
 {
     ScnCamera* cam = ScnScene::mainCamera();
     ScnFramebuffer* fb = cam ? cam->displayFramebuffer() : nullptr;
-    // Without a target the camera drew into the view itself.
-    if (!fb || !fb->fbo) return;
+    if (!fb || !fb->fbo) return;  // nothing was drawn off-screen
     int i = cam->displayAttachment;
-    if (i < 0 || i >= fb->textureCount) {
+    if (i < 0 || i >= fb->targetCount()) {
         LogStream(Channels::error(), "ScnWorld") << "Invalid Framebuffer attachment " << i;
         return;
     }
     GlPlatform::bindScreen();
     glActiveTexture(GL_TEXTURE0);
     glEnable(GL_TEXTURE_2D);
-    glBindTexture(GL_TEXTURE_2D, fb->textures[i]);
+    glBindTexture(GL_TEXTURE_2D, fb->textureOf(i));
     glDisable(GL_BLEND);
     glDisable(GL_DEPTH_TEST);
     glViewport(0, 0, width, height);

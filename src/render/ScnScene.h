@@ -41,6 +41,8 @@ public:
     int bindingCount() const { return m_bindingCount; }
     ScnNode* binding(int i) const { return m_bindings[i]; }
 
+    // A new walk of the same action starts with no bindings and unit 0.
+    void clearBindings();
     // Every binding of the walk and then every global binding feeds `shader`.
     void bindAll(ScnShader* shader);
 

@@ -185,18 +185,20 @@ TEST_F(VelmoraRun, ComputeSampleStepsItsBufferOnTheDeviceAndPrintsChecksums)
 }
 
 // With no display at all the runner draws through Mesa's surfaceless EGL and
-// writes the last frame at the size asked for: the world's axes on black.
+// writes the last frame at the size asked for: the world's axes on black. The
+// picture is the 1024x768 display framebuffer stretched over the view; at
+// half that size no line of one pixel falls between the filter's samples.
 TEST_F(VelmoraRun, PngOfTheRequestedSizeWithNoDisplay)
 {
     std::string png = m_tmp / "frame.png";
-    RunResult r = run("--frames 2 --size 160x90 --png " + png + " " + workspace() + " samples/hello.3Dm",
+    RunResult r = run("--frames 2 --size 512x384 --png " + png + " " + workspace() + " samples/hello.3Dm",
                       "env -u DISPLAY -u WAYLAND_DISPLAY");
     ASSERT_EQ(r.status, 0) << r.err;
     int w = 0, h = 0, comp = 0;
     unsigned char* pixels = stbi_load(png.c_str(), &w, &h, &comp, 4);
     ASSERT_NE(pixels, nullptr) << "no readable PNG";
-    EXPECT_EQ(w, 160);
-    EXPECT_EQ(h, 90);
+    EXPECT_EQ(w, 512);
+    EXPECT_EQ(h, 384);
     EXPECT_EQ(comp, 3) << "an opaque picture";
     int lit = 0;
     for (int i = 0; i < w * h; ++i) lit += pixels[i * 4] || pixels[i * 4 + 1] || pixels[i * 4 + 2];

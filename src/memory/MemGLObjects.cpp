@@ -77,16 +77,19 @@ size_t channelSize(uint32_t type)
     }
 }
 
-// Filters by the flags, the same value on both: flag 1 wins over flag 2.
+// Filters by the flags: flag 1 wins over flag 2. Nearest with mipmaps
+// still blends between levels (GL_LINEAR_MIPMAP_NEAREST). With mipmaps the
+// magnification filter stays at OpenGL's default, which takes no mipmap mode.
 void applyFilters(GLenum target, uint32_t bits)
 {
     using namespace MemTextureFlags;
+    const bool mipmaps = bits & Mipmaps;
     GLfloat filter = 0;
-    if (bits & Nearest) filter = (bits & Mipmaps) ? GL_NEAREST_MIPMAP_NEAREST : GL_NEAREST;
-    if (bits & Linear) filter = (bits & Mipmaps) ? GL_LINEAR_MIPMAP_LINEAR : GL_LINEAR;
+    if (bits & Nearest) filter = mipmaps ? GL_LINEAR_MIPMAP_NEAREST : GL_NEAREST;
+    if (bits & Linear) filter = mipmaps ? GL_LINEAR_MIPMAP_LINEAR : GL_LINEAR;
     if (filter == 0) return;
     glTexParameterf(target, GL_TEXTURE_MIN_FILTER, filter);
-    glTexParameterf(target, GL_TEXTURE_MAG_FILTER, filter);
+    if (!mipmaps) glTexParameterf(target, GL_TEXTURE_MAG_FILTER, filter);
 }
 
 GLuint makeBuffer(GLenum target, size_t bytes, GLenum usage)

@@ -22,13 +22,18 @@ namespace {
 // The afterWalkOn flag of a node that entered the shader bindings.
 constexpr int kLeaveBindings = 1;
 
-// The pointer of an update walk names the field whose edit asked for it
-// (the design node's or the twin's: compared by name). Null: no field.
-bool changedOneOf(const ScnAction& action, const char* const* names)
+// The pointer of an update walk names the field whose edit asked for it,
+// on the design node or on its twin; null: no field. An update walk passes
+// other nodes too, whose fields may bear the same names.
+bool changedOneOf(const ScnAction& action, const ScnNode& node, const char* const* names)
 {
     const auto* update = dynamic_cast<const ScnActionUpdate*>(&action);
     const auto* field = update ? static_cast<const ScnField*>(update->pointer) : nullptr;
     if (!field) return false;
+    bool own = false;
+    for (const ScnNode* n : {&node, static_cast<const ScnNode*>(node.designPeer())})
+        for (int i = 0; n && !own && i < n->fieldCount(); ++i) own = n->field(i) == field;
+    if (!own) return false;
     for (; *names; ++names)
         if (std::strcmp(field->name(), *names) == 0) return true;
     return false;
@@ -81,7 +86,7 @@ template <class O>
 void ScnTextureNode<O>::onUpdate(ScnAction& action)
 {
     // `source` alone rebuilds nothing: it takes effect with the next of these.
-    if (changedOneOf(action, rebuildFields())) {
+    if (changedOneOf(action, *this, rebuildFields())) {
         m_context = contextOf(action);
         drop();
         build();

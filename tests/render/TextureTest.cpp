@@ -439,9 +439,14 @@ TEST_F(Textures, AMissingOrDamagedFileIsReportedAndTheNodeStaysUsable)
 TEST_F(Textures, ChangingOnlyTheSourceKindWaitsForTheNextRebuild)
 {
     solid("data/red.png", 2, 2, 255, 0, 0);
-    open({texture2D("t", "data/red.png", 0, "2", "2")});
+    open({texture2D("other", "data/red.png", 0, "2", "2"), texture2D("t", "data/red.png", 0, "2", "2")});
     ScnTexture2D* t = live<ScnTexture2D>("t");
     MemTypeImageTexture* before = t->object();
+    // An edit of another node's field of the same name passes by.
+    ScnTexture2D* other = live<ScnTexture2D>("other");
+    m_doc.runtime()->update(other, &other->extension);
+    EXPECT_EQ(t->object(), before);
+    EXPECT_NE(other->object(), nullptr);
     t->source = 2;
     m_doc.runtime()->update(t, &t->source);
     EXPECT_EQ(t->object(), before) << "the running texture stays";
@@ -518,4 +523,70 @@ TEST_F(Textures, TheWidgetKitLoadsAPictureWithoutANode)
     ASSERT_NE(none, nullptr);
     EXPECT_EQ(none->dim(0), 64u);
     EXPECT_EQ(drain(), Lines{"(): Unable to read file " + missing});
+}
+
+TEST_F(Textures, APlayingVideoMovesOnWithTheClockAtEveryWorldEventSweep)
+{
+    std::string error;
+    ASSERT_TRUE(sources::encodeVideo(m_ws / "data/clip.avi", 16, 16, 4, 25, frameColour, error)) << error;
+    open({texture2D("clip", "data/clip.avi", 1, "16", "16")});
+    EXPECT_EQ(drain(), Lines{});
+    ScnTexture2D* clip = live<ScnTexture2D>("clip");
+    auto* video = dynamic_cast<MemSourceVideo*>(clip->memSource());
+    ASSERT_NE(video, nullptr);
+    auto shows = [&](int frame) {
+        const std::vector<uint8_t> b = bytesOf(clip->object());
+        const sources::Rgb c = frameColour(frame);
+        return b.size() == 16u * 16 * 4 && near(b[0], c.r) && near(b[1], c.g) && near(b[2], c.b);
+    };
+    m_clock.now = 1000;
+    Engine::lastTickTime = 1000;
+    // Stopped while the frame is chosen: a playing read would move on at once.
+    ASSERT_EQ(run("local v = OpenGL.scene.clip\nv:stop()\nv:setFrame(1)\nv:play()"), "");
+    // 80 ms at 40 a frame: the sweep reads frame 1, then stands two further on.
+    m_clock.advance(80);
+    m_doc.tick();
+    EXPECT_TRUE(shows(1));
+    EXPECT_EQ(video->frame, 3);
+    m_clock.advance(40);
+    m_doc.tick();
+    EXPECT_TRUE(shows(3));
+    EXPECT_EQ(video->frame, 0) << "the video loops";
+    // Stopped, the sweeps leave it.
+    ASSERT_EQ(run("OpenGL.scene.clip:stop()"), "");
+    m_clock.advance(200);
+    m_doc.tick();
+    EXPECT_EQ(video->frame, 0);
+    EXPECT_TRUE(shows(3));
+    EXPECT_EQ(drain(), Lines{});
+}
+
+TEST_F(Textures, AThreeDimensionalTextureFeedsASampler3DOnTheNextUnit)
+{
+    solid("data/plane.png", 2, 2, 0, 0, 200);
+    std::string raw;
+    for (int i = 0; i < 8; ++i) raw.push_back(static_cast<char>(30 + i * 20));
+    sources::writeBytes(m_ws / "data/cube.vol", "size 2 2 2\n");
+    sources::writeBytes(m_ws / "data/cube.raw", raw);
+    auto* volume = new ScnTexture3D;
+    volume->setName("cube");
+    volume->file = "data/cube.vol";
+    volume->source = 3;
+    volume->dimX = "2";
+    volume->dimY = "2";
+    volume->dimZ = "2";
+    volume->flags = ScnTextureFlags{{MemTextureFlags::Nearest, 0, 0, 0}};
+    open({texture2D("plane", "data/plane.png", 2, "2", "2"), volume,
+          samplingShader("sampler", "uniform sampler2D plane;\nuniform sampler3D cube;\nvoid main()\n{\n"
+                                    "    outColor = vec4(texture(cube, vec3(uv, 0.75)).r, 0.0, texture(plane, uv).b, 1.0);\n}\n"),
+          new TestQuad()});
+    EXPECT_EQ(drain(), Lines{});
+    render();
+    EXPECT_EQ(unitOf("sampler", "plane"), 0);
+    EXPECT_EQ(unitOf("sampler", "cube"), 1);
+    // The second slice (z = 1): x fastest, then y.
+    EXPECT_EQ(at(0.25, 0.25), (Pixel{static_cast<uint8_t>(raw[4]), 0, 200, 255}));
+    EXPECT_EQ(at(0.75, 0.25), (Pixel{static_cast<uint8_t>(raw[5]), 0, 200, 255}));
+    EXPECT_EQ(at(0.25, 0.75), (Pixel{static_cast<uint8_t>(raw[6]), 0, 200, 255}));
+    EXPECT_EQ(at(0.75, 0.75), (Pixel{static_cast<uint8_t>(raw[7]), 0, 200, 255}));
 }

@@ -422,7 +422,7 @@ TEST_F(Textures, AMissingOrDamagedFileIsReportedAndTheNodeStaysUsable)
     EXPECT_NE(global("e5").find("number expected"), std::string::npos) << global("e5");
     EXPECT_NE(global("e6").find("number expected"), std::string::npos) << global("e6");
     EXPECT_NE(global("e7").find("positive number expected"), std::string::npos) << global("e7");
-    EXPECT_NE(global("name").find("missing"), std::string::npos) << global("name");
+    EXPECT_EQ(global("name"), "ScnTexture2D (missing)");
     EXPECT_EQ(drain(), Lines{});
 
     // setSize keeps the expressions and resizes; a rebuild goes back to the fields.
@@ -589,4 +589,21 @@ TEST_F(Textures, AThreeDimensionalTextureFeedsASampler3DOnTheNextUnit)
     EXPECT_EQ(at(0.75, 0.25), (Pixel{static_cast<uint8_t>(raw[5]), 0, 200, 255}));
     EXPECT_EQ(at(0.25, 0.75), (Pixel{static_cast<uint8_t>(raw[6]), 0, 200, 255}));
     EXPECT_EQ(at(0.75, 0.75), (Pixel{static_cast<uint8_t>(raw[7]), 0, 200, 255}));
+}
+
+TEST_F(Textures, TheStartPreparesEveryFixedFunctionUnitToReplace)
+{
+    GlScope gl;
+    GLint units = 0, active = 0;
+    glGetIntegerv(GL_MAX_TEXTURE_UNITS, &units);
+    ASSERT_GT(units, 1);
+    glGetIntegerv(GL_ACTIVE_TEXTURE, &active);
+    for (GLint i = 0; i < units; ++i) {
+        glActiveTexture(GL_TEXTURE0 + static_cast<GLenum>(i));
+        GLint mode = 0;
+        glGetTexEnviv(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, &mode);
+        EXPECT_EQ(mode, GL_REPLACE) << "unit " << i;
+        EXPECT_FALSE(glIsEnabled(GL_TEXTURE_2D)) << "unit " << i;
+    }
+    glActiveTexture(static_cast<GLenum>(active));
 }

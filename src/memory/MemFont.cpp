@@ -6,12 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
-// The picture reader's functions stay private to this file.
-#define STB_IMAGE_STATIC
-#define STB_IMAGE_IMPLEMENTATION
-#include <stb/stb_image.h>
-
 #include "compute/OclGlobal.h"
+#include "memory/MemSource.h"
 #include "platform/GlContext.h"
 #include "platform/Paths.h"
 #include "runtime/AppGlobal.h"
@@ -51,37 +47,15 @@ MemTypeFont::MemTypeFont(oclContext* context, uint32_t width, uint32_t height, c
     readDescription(path);
 }
 
-// The picture goes in with its top row at the top of the texture (t = 1),
-// where the description's y, counted from the top, expects it.
+// Through the image plug-in, which stores the picture bottom row first: its
+// top row lands at the texture's top (t = 1), where the description's y,
+// counted from the top, expects it; a smaller picture keeps its top there.
 void MemTypeFont::readPicture(const std::string& path)
 {
-    int w = 0, h = 0, n = 0;
-    stbi_uc* pixels = stbi_load(path.c_str(), &w, &h, &n, 4);
-    if (!pixels) {
-        LogStream(Channels::error(), name()) << "cannot read the picture: " << stbi_failure_reason();
-        return;
-    }
-    const int tw = static_cast<int>(proxy->getDim(0)), th = static_cast<int>(proxy->getDim(1));
-    const int cw = std::min(w, tw), ch = std::min(h, th);
-    std::vector<stbi_uc> rows(static_cast<size_t>(cw) * ch * 4);
-    for (int y = 0; y < ch; ++y)
-        std::memcpy(rows.data() + static_cast<size_t>(y) * cw * 4, pixels + static_cast<size_t>(h - 1 - y) * w * 4,
-                    static_cast<size_t>(cw) * 4);
-    stbi_image_free(pixels);
-    GlScope gl;
-    if (!gl.ok() || !glId) return;
-    GLint unpack = 4, buffer = 0;
-    glGetIntegerv(GL_UNPACK_ALIGNMENT, &unpack);
-    glGetIntegerv(GL_PIXEL_UNPACK_BUFFER_BINDING, &buffer);
-    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-    bind();
-    // The rows start at the bottom of the texture: a picture smaller than the
-    // texture keeps its top at the texture's top.
-    glTexSubImage2D(GL_TEXTURE_2D, 0, 0, th - ch, cw, ch, GL_RGBA, GL_UNSIGNED_BYTE, rows.data());
-    unbindTexture();
-    glPixelStorei(GL_UNPACK_ALIGNMENT, unpack);
-    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, static_cast<GLuint>(buffer));
+    MemSourceImage picture(this);
+    picture.open(path.c_str());
+    picture.read();
+    picture.close();
 }
 
 void MemTypeFont::readDescription(const std::string& path)
@@ -207,15 +181,12 @@ MemTypeFont* memFontByName(const std::string& name)
 {
     const std::string path = Paths::join(Paths::join(Paths::join(AppGlobal::projectPath(), "data"), "textures"),
                                          Paths::join("font", name));
-    // The picture's size, 2 by 2 where the reader gives none.
-    struct {
-        int width = 2, height = 2;
-    } info;
-    int components = 0;
-    if (!stbi_info(path.c_str(), &info.width, &info.height, &components)) {
+    // The picture's size through the image plug-in (2 by 2 until it answers).
+    MemSourceImage probe(nullptr);
+    if (!probe.getFileInfo(path.c_str())) {
         LogStream(Channels::console(), "") << "Unable to read file " << name;
         return nullptr;
     }
-    return new MemTypeFont(OclGlobal::currentContext(), static_cast<uint32_t>(info.width),
-                           static_cast<uint32_t>(info.height), path);
+    return new MemTypeFont(OclGlobal::currentContext(), static_cast<uint32_t>(probe.info.image_width),
+                           static_cast<uint32_t>(probe.info.image_height), path);
 }

@@ -77,16 +77,19 @@ size_t channelSize(uint32_t type)
     }
 }
 
-// Filters by the flags, the same value on both: flag 1 wins over flag 2.
+// Filters by the flags: flag 1 wins over flag 2. Nearest with mipmaps
+// still blends between levels (GL_LINEAR_MIPMAP_NEAREST). With mipmaps the
+// magnification filter stays at OpenGL's default, which takes no mipmap mode.
 void applyFilters(GLenum target, uint32_t bits)
 {
     using namespace MemTextureFlags;
+    const bool mipmaps = bits & Mipmaps;
     GLfloat filter = 0;
-    if (bits & Nearest) filter = (bits & Mipmaps) ? GL_NEAREST_MIPMAP_NEAREST : GL_NEAREST;
-    if (bits & Linear) filter = (bits & Mipmaps) ? GL_LINEAR_MIPMAP_LINEAR : GL_LINEAR;
+    if (bits & Nearest) filter = mipmaps ? GL_LINEAR_MIPMAP_NEAREST : GL_NEAREST;
+    if (bits & Linear) filter = mipmaps ? GL_LINEAR_MIPMAP_LINEAR : GL_LINEAR;
     if (filter == 0) return;
     glTexParameterf(target, GL_TEXTURE_MIN_FILTER, filter);
-    glTexParameterf(target, GL_TEXTURE_MAG_FILTER, filter);
+    if (!mipmaps) glTexParameterf(target, GL_TEXTURE_MAG_FILTER, filter);
 }
 
 GLuint makeBuffer(GLenum target, size_t bytes, GLenum usage)
@@ -401,111 +404,138 @@ bool MemTypeGLBuffer::copyToGL(cl_command_queue q)
     return oclCheck("clEnqueueUnmapMemObject", this);
 }
 
-// ---------------------------------------------------------------- MemTypeTexture2D
+// ---------------------------------------------------------------- what 2D and 3D textures share
 
-MemTypeTexture2D::MemTypeTexture2D(oclContext* context, uint32_t width, uint32_t height,
-                                   const cl_image_format* format, const std::string& name, const FLAGS* flags)
-    : MemType2D(context, name),
-      MemGLShared(context),
+MemGLTexture::MemGLTexture(oclContext* context, unsigned target, const cl_image_format* format, const FLAGS* flags)
+    : MemGLShared(context),
       flags(flags ? *flags : FLAGS{}),
       imageFormat(format),
       internalFormat(CLimageFromatToGLinternalformat(format)),
-      glType(CLimageFromatToGLtype(format))
+      glType(CLimageFromatToGLtype(format)),
+      m_target(target)
 {
-    proxy = textureProxy(this, width, height, 0, CLimageFromatToCLmemoryType(format));
-    build();
 }
 
-MemTypeTexture2D::~MemTypeTexture2D()
+bool MemGLTexture::threeD() const
 {
-    release();
+    return m_target == GL_TEXTURE_3D;
 }
 
-void MemTypeTexture2D::build()
+size_t MemGLTexture::extent(int axis)
 {
+    return axis == 2 && !threeD() ? 1 : sharedMem().proxy->getDim(axis);
+}
+
+// Level 0 from the bound pixel buffer, or undefined. A new 2D texture takes
+// its pixels as RGBA, a 3D one in the format of its channel order; host
+// access uses the format of the channel order in both (hostPixelFormat).
+void MemGLTexture::defineImage(bool fromPixelBuffer)
+{
+    const auto w = static_cast<GLsizei>(extent(0)), h = static_cast<GLsizei>(extent(1));
+    const GLenum pixels = fromPixelBuffer ? hostPixelFormat(imageFormat->image_channel_order, threeD())
+                          : threeD()      ? CLimageFromatToGLformat(imageFormat)
+                                          : GL_RGBA;
+    if (threeD())
+        glTexImage3D(GL_TEXTURE_3D, 0, static_cast<GLint>(internalFormat), w, h, static_cast<GLsizei>(extent(2)), 0,
+                     pixels, glType, nullptr);
+    else
+        glTexImage2D(GL_TEXTURE_2D, 0, static_cast<GLint>(internalFormat), w, h, 0, pixels, glType, nullptr);
+}
+
+void MemGLTexture::buildTexture()
+{
+    oclMem& self = sharedMem();
     GlScope gl;
     if (!gl.ok()) {
-        noContext(this);
+        noContext(&self);
         return;
     }
     const uint32_t bits = flags.w[0];
-    const auto w = static_cast<GLsizei>(proxy->getDim(0)), h = static_cast<GLsizei>(proxy->getDim(1));
     glGenTextures(1, &glId);
-    glBindTexture(GL_TEXTURE_2D, glId);
-    glTexImage2D(GL_TEXTURE_2D, 0, static_cast<GLint>(internalFormat), w, h, 0, GL_RGBA, glType, nullptr);
-    if (bits & MemTextureFlags::Mipmaps) glGenerateMipmap(GL_TEXTURE_2D);
-    applyFilters(GL_TEXTURE_2D, bits);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP);
-    glBindTexture(GL_TEXTURE_2D, 0);
-    if (!(bits & MemTextureFlags::NoPixelBuffer)) pbo = makeBuffer(GL_ARRAY_BUFFER, proxy->byteSize(), GL_DYNAMIC_DRAW);
+    glBindTexture(m_target, glId);
+    defineImage(false);
+    if (bits & MemTextureFlags::Mipmaps) glGenerateMipmap(m_target);
+    applyFilters(m_target, bits);
+    glTexParameteri(m_target, GL_TEXTURE_WRAP_S, GL_CLAMP);
+    glTexParameteri(m_target, GL_TEXTURE_WRAP_T, GL_CLAMP);
+    if (threeD()) glTexParameteri(m_target, GL_TEXTURE_WRAP_R, GL_CLAMP);
+    glBindTexture(m_target, 0);
+    // A 3D texture always has its pixel buffer.
+    if (threeD() || !(bits & MemTextureFlags::NoPixelBuffer))
+        pbo = makeBuffer(GL_ARRAY_BUFFER, self.proxy->byteSize(), GL_DYNAMIC_DRAW);
     makeView();
 }
 
-void MemTypeTexture2D::makeView()
+void MemGLTexture::makeView()
 {
-    if (!m_context || !glId) return;
+    oclMem& self = sharedMem();
+    oclContext* context = self.parent();
+    if (!context || !glId) return;
     if (m_shares) {
-        mem = sharingCalls.fromTexture2D(m_context->handle(), CL_MEM_READ_WRITE, GL_TEXTURE_2D, 0, glId, &oclLastError);
-        if (!oclCheck("clCreateFromGLTexture2D", this)) mem = nullptr;
+        auto* from = threeD() ? sharingCalls.fromTexture3D : sharingCalls.fromTexture2D;
+        self.mem = from(context->handle(), CL_MEM_READ_WRITE, m_target, 0, glId, &oclLastError);
+        if (!oclCheck(threeD() ? "clCreateFromGLTexture3D" : "clCreateFromGLTexture2D", &self)) self.mem = nullptr;
     } else {
-        mem = plainImage(m_context, internalFormat, imageFormat, proxy->getDim(0), proxy->getDim(1), 0, this,
-                         m_viewRefused);
+        self.mem = plainImage(context, internalFormat, imageFormat, extent(0), extent(1), threeD() ? extent(2) : 0,
+                              &self, m_viewRefused);
     }
-    ++generation;
+    ++self.generation;
 }
 
-void MemTypeTexture2D::bind() const
+void MemGLTexture::bind() const
 {
-    glBindTexture(GL_TEXTURE_2D, glId);
+    glBindTexture(m_target, glId);
 }
 
-void MemTypeTexture2D::unbindTexture() const
+void MemGLTexture::unbindTexture() const
 {
-    glBindTexture(GL_TEXTURE_2D, 0);
+    glBindTexture(m_target, 0);
 }
 
-bool MemTypeTexture2D::map(cl_map_flags flags, int)
+bool MemGLTexture::mapTexture(cl_map_flags how)
 {
+    oclMem& self = sharedMem();
     GlScope gl;
-    if (!gl.ok() || !glId) return noContext(this);
+    if (!gl.ok() || !glId) return noContext(&self);
     // No OpenCL image exists while the host holds the pixels.
-    dropView(*this, m_context);
+    dropView(self, self.parent());
     dropAcquisition();
     glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, pbo);
-    if (flags == CL_MAP_READ) {
+    if (how == CL_MAP_READ) {
         pack();
         glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, pbo);
-        data = glMapBuffer(GL_ELEMENT_ARRAY_BUFFER, GL_READ_ONLY);
-    } else if (flags == CL_MAP_WRITE) {
-        data = glMapBuffer(GL_ELEMENT_ARRAY_BUFFER, GL_WRITE_ONLY);
+        self.data = glMapBuffer(GL_ELEMENT_ARRAY_BUFFER, GL_READ_ONLY);
+    } else if (how == CL_MAP_WRITE) {
+        self.data = glMapBuffer(GL_ELEMENT_ARRAY_BUFFER, GL_WRITE_ONLY);
     } else {
-        report(this, "mem.CL_MAP_READ or mem.CL_MAP_WRITE expected");
+        report(&self, "mem.CL_MAP_READ or mem.CL_MAP_WRITE expected");
     }
     glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
-    mapFlags = flags;
-    return data != nullptr;
+    self.mapFlags = how;
+    return self.data != nullptr;
 }
 
-bool MemTypeTexture2D::unmap(int)
+bool MemGLTexture::unmapTexture()
 {
+    oclMem& self = sharedMem();
     GlScope gl;
-    if (!gl.ok() || !glId) return noContext(this);
-    if (mapFlags == CL_MAP_READ || mapFlags == CL_MAP_WRITE) {
+    if (!gl.ok() || !glId) return noContext(&self);
+    if (self.mapFlags == CL_MAP_READ || self.mapFlags == CL_MAP_WRITE) {
         glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, pbo);
         glUnmapBuffer(GL_ELEMENT_ARRAY_BUFFER);
         glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
-        if (mapFlags == CL_MAP_WRITE) unpack();
-        mapFlags = 0;
-        data = nullptr;
+        if (self.mapFlags == CL_MAP_WRITE) unpack();
+        self.mapFlags = 0;
+        self.data = nullptr;
     }
-    if (!mem) makeView();
+    if (!self.mem) makeView();
     return true;
 }
 
-void MemTypeTexture2D::release()
+void MemGLTexture::releaseTexture()
 {
-    oclMem::release();
+    oclMem& self = sharedMem();
+    self.oclMem::release();
     dropAcquisition();
     GlScope gl;
     if (gl.ok()) {
@@ -514,8 +544,97 @@ void MemTypeTexture2D::release()
         if (glId) glDeleteTextures(1, &glId);
     }
     pbo = m_staging = glId = 0;
-    data = nullptr;
-    mapFlags = 0;
+    self.data = nullptr;
+    self.mapFlags = 0;
+}
+
+bool MemGLTexture::refuseRead()
+{
+    report(&sharedMem(), "\"read\" is not a valid function for this buffer type use mem.map\\unmap");
+    return false;
+}
+
+bool MemGLTexture::refuseWrite()
+{
+    report(&sharedMem(), "\"write\" is not a valid function for this buffer type use mem.map\\unmap");
+    return false;
+}
+
+cl_image_format* MemGLTexture::storedFormat(cl_image_format* out) const
+{
+    if (out) *out = *imageFormat;
+    return out;
+}
+
+int MemGLTexture::pack()
+{
+    oclMem& self = sharedMem();
+    if (!pbo) {
+        report(&self, "pack not applicable. No pixel buffer object created");
+        return 0;
+    }
+    GlScope gl;
+    if (!gl.ok()) return noContext(&self);
+    TightRows rows;
+    glBindBuffer(GL_PIXEL_PACK_BUFFER, pbo);
+    bind();
+    glGetTexImage(m_target, 0, hostPixelFormat(imageFormat->image_channel_order, threeD()), glType, nullptr);
+    unbindTexture();
+    glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
+    return 1;
+}
+
+// Mipmaps follow an upload in 2D only: a 3D texture keeps its levels.
+int MemGLTexture::unpack()
+{
+    oclMem& self = sharedMem();
+    if (!pbo) {
+        report(&self, "Unpack not applicable. No pixel buffer object created");
+        return 0;
+    }
+    GlScope gl;
+    if (!gl.ok()) return noContext(&self);
+    TightRows rows;
+    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pbo);
+    bind();
+    defineImage(true);
+    if (!threeD() && (flags.w[0] & MemTextureFlags::Mipmaps)) glGenerateMipmap(GL_TEXTURE_2D);
+    unbindTexture();
+    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+    return 1;
+}
+
+bool MemGLTexture::copyToCL(cl_command_queue q)
+{
+    oclMem& self = sharedMem();
+    GlScope gl;
+    if (!gl.ok() || !glId || !self.mem) return noContext(&self);
+    const size_t region[3] = {extent(0), extent(1), extent(2)};
+    return textureToImage(q, self, m_target, glId, m_staging, internalFormat, imageFormat, region);
+}
+
+bool MemGLTexture::copyToGL(cl_command_queue q)
+{
+    oclMem& self = sharedMem();
+    GlScope gl;
+    if (!gl.ok() || !glId || !self.mem) return noContext(&self);
+    const size_t region[3] = {extent(0), extent(1), extent(2)};
+    return imageToTexture(q, self, m_target, glId, m_staging, internalFormat, imageFormat, region);
+}
+
+// ---------------------------------------------------------------- MemTypeTexture2D
+
+MemTypeTexture2D::MemTypeTexture2D(oclContext* context, uint32_t width, uint32_t height,
+                                   const cl_image_format* format, const std::string& name, const FLAGS* flags)
+    : MemType2D(context, name), MemGLTexture(context, GL_TEXTURE_2D, format, flags)
+{
+    proxy = textureProxy(this, width, height, 0, CLimageFromatToCLmemoryType(format));
+    buildTexture();
+}
+
+MemTypeTexture2D::~MemTypeTexture2D()
+{
+    release();
 }
 
 size_t MemTypeTexture2D::dim(int axis)
@@ -523,84 +642,13 @@ size_t MemTypeTexture2D::dim(int axis)
     return axis >= 0 && axis < 2 ? proxy->getDim(axis) : 0;
 }
 
-bool MemTypeTexture2D::read(int)
-{
-    report(this, "\"read\" is not a valid function for this buffer type use mem.map\\unmap");
-    return false;
-}
-
-bool MemTypeTexture2D::write(int)
-{
-    report(this, "\"write\" is not a valid function for this buffer type use mem.map\\unmap");
-    return false;
-}
-
 bool MemTypeTexture2D::resize(size_t width, size_t height, void*)
 {
     release();
     proxy->setDim(0, static_cast<uint32_t>(width));
     proxy->setDim(1, static_cast<uint32_t>(height));
-    build();
+    buildTexture();
     return true;
-}
-
-cl_image_format* MemTypeTexture2D::format(cl_image_format* out)
-{
-    if (out) *out = *imageFormat;
-    return out;
-}
-
-int MemTypeTexture2D::pack()
-{
-    if (!pbo) {
-        report(this, "pack not applicable. No pixel buffer object created");
-        return 0;
-    }
-    GlScope gl;
-    if (!gl.ok()) return noContext(this);
-    TightRows rows;
-    glBindBuffer(GL_PIXEL_PACK_BUFFER, pbo);
-    bind();
-    glGetTexImage(GL_TEXTURE_2D, 0, hostPixelFormat(imageFormat->image_channel_order, false), glType, nullptr);
-    unbindTexture();
-    glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
-    return 1;
-}
-
-int MemTypeTexture2D::unpack()
-{
-    if (!pbo) {
-        report(this, "Unpack not applicable. No pixel buffer object created");
-        return 0;
-    }
-    GlScope gl;
-    if (!gl.ok()) return noContext(this);
-    TightRows rows;
-    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pbo);
-    bind();
-    glTexImage2D(GL_TEXTURE_2D, 0, static_cast<GLint>(internalFormat), static_cast<GLsizei>(proxy->getDim(0)),
-                 static_cast<GLsizei>(proxy->getDim(1)), 0, hostPixelFormat(imageFormat->image_channel_order, false),
-                 glType, nullptr);
-    if (flags.w[0] & MemTextureFlags::Mipmaps) glGenerateMipmap(GL_TEXTURE_2D);
-    unbindTexture();
-    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
-    return 1;
-}
-
-bool MemTypeTexture2D::copyToCL(cl_command_queue q)
-{
-    GlScope gl;
-    if (!gl.ok() || !glId || !mem) return noContext(this);
-    const size_t region[3] = {proxy->getDim(0), proxy->getDim(1), 1};
-    return textureToImage(q, *this, GL_TEXTURE_2D, glId, m_staging, internalFormat, imageFormat, region);
-}
-
-bool MemTypeTexture2D::copyToGL(cl_command_queue q)
-{
-    GlScope gl;
-    if (!gl.ok() || !glId || !mem) return noContext(this);
-    const size_t region[3] = {proxy->getDim(0), proxy->getDim(1), 1};
-    return imageToTexture(q, *this, GL_TEXTURE_2D, glId, m_staging, internalFormat, imageFormat, region);
 }
 
 // ---------------------------------------------------------------- image textures and render targets
@@ -635,15 +683,10 @@ MemTypeFboTarget::MemTypeFboTarget(oclContext* context, uint32_t width, uint32_t
 
 MemTypeTexture3D::MemTypeTexture3D(oclContext* context, uint32_t width, uint32_t height, uint32_t depth,
                                    const cl_image_format* format, const std::string& name, const FLAGS* flags)
-    : MemType3D(context, name),
-      MemGLShared(context),
-      flags(flags ? *flags : FLAGS{}),
-      imageFormat(format),
-      internalFormat(CLimageFromatToGLinternalformat(format)),
-      glType(CLimageFromatToGLtype(format))
+    : MemType3D(context, name), MemGLTexture(context, GL_TEXTURE_3D, format, flags)
 {
     proxy = textureProxy(this, width, height, depth, CLimageFromatToCLmemoryType(format));
-    build();
+    buildTexture();
 }
 
 MemTypeTexture3D::~MemTypeTexture3D()
@@ -651,172 +694,13 @@ MemTypeTexture3D::~MemTypeTexture3D()
     release();
 }
 
-void MemTypeTexture3D::build()
-{
-    GlScope gl;
-    if (!gl.ok()) {
-        noContext(this);
-        return;
-    }
-    const uint32_t bits = flags.w[0];
-    glGenTextures(1, &glId);
-    glBindTexture(GL_TEXTURE_3D, glId);
-    glTexImage3D(GL_TEXTURE_3D, 0, static_cast<GLint>(internalFormat), static_cast<GLsizei>(proxy->getDim(0)),
-                 static_cast<GLsizei>(proxy->getDim(1)), static_cast<GLsizei>(proxy->getDim(2)), 0,
-                 CLimageFromatToGLformat(imageFormat), glType, nullptr);
-    if (bits & MemTextureFlags::Mipmaps) glGenerateMipmap(GL_TEXTURE_3D);
-    applyFilters(GL_TEXTURE_3D, bits);
-    glTexParameteri(GL_TEXTURE_3D, GL_TEXTURE_WRAP_S, GL_CLAMP);
-    glTexParameteri(GL_TEXTURE_3D, GL_TEXTURE_WRAP_T, GL_CLAMP);
-    glTexParameteri(GL_TEXTURE_3D, GL_TEXTURE_WRAP_R, GL_CLAMP);
-    glBindTexture(GL_TEXTURE_3D, 0);
-    // A 3D texture always has its pixel buffer.
-    pbo = makeBuffer(GL_ARRAY_BUFFER, proxy->byteSize(), GL_DYNAMIC_DRAW);
-    makeView();
-}
-
-void MemTypeTexture3D::makeView()
-{
-    if (!m_context || !glId) return;
-    if (m_shares) {
-        mem = sharingCalls.fromTexture3D(m_context->handle(), CL_MEM_READ_WRITE, GL_TEXTURE_3D, 0, glId, &oclLastError);
-        if (!oclCheck("clCreateFromGLTexture3D", this)) mem = nullptr;
-    } else {
-        mem = plainImage(m_context, internalFormat, imageFormat, proxy->getDim(0), proxy->getDim(1),
-                         proxy->getDim(2), this, m_viewRefused);
-    }
-    ++generation;
-}
-
-bool MemTypeTexture3D::map(cl_map_flags flags, int)
-{
-    GlScope gl;
-    if (!gl.ok() || !glId) return noContext(this);
-    dropView(*this, m_context);
-    dropAcquisition();
-    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, pbo);
-    if (flags == CL_MAP_READ) {
-        pack();
-        glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, pbo);
-        data = glMapBuffer(GL_ELEMENT_ARRAY_BUFFER, GL_READ_ONLY);
-    } else if (flags == CL_MAP_WRITE) {
-        data = glMapBuffer(GL_ELEMENT_ARRAY_BUFFER, GL_WRITE_ONLY);
-    } else {
-        report(this, "mem.CL_MAP_READ or mem.CL_MAP_WRITE expected");
-    }
-    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
-    mapFlags = flags;
-    return data != nullptr;
-}
-
-bool MemTypeTexture3D::unmap(int)
-{
-    GlScope gl;
-    if (!gl.ok() || !glId) return noContext(this);
-    if (mapFlags == CL_MAP_READ || mapFlags == CL_MAP_WRITE) {
-        glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, pbo);
-        glUnmapBuffer(GL_ELEMENT_ARRAY_BUFFER);
-        glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
-        if (mapFlags == CL_MAP_WRITE) unpack();
-        mapFlags = 0;
-        data = nullptr;
-    }
-    if (!mem) makeView();
-    return true;
-}
-
-void MemTypeTexture3D::release()
-{
-    oclMem::release();
-    dropAcquisition();
-    GlScope gl;
-    if (gl.ok()) {
-        if (pbo) glDeleteBuffers(1, &pbo);
-        if (m_staging) glDeleteBuffers(1, &m_staging);
-        if (glId) glDeleteTextures(1, &glId);
-    }
-    pbo = m_staging = glId = 0;
-    data = nullptr;
-    mapFlags = 0;
-}
-
 size_t MemTypeTexture3D::dim(int axis)
 {
     return axis >= 0 && axis < 3 ? proxy->getDim(axis) : 0;
-}
-
-bool MemTypeTexture3D::read(int)
-{
-    report(this, "\"read\" is not a valid function for this buffer type use mem.map\\unmap");
-    return false;
-}
-
-bool MemTypeTexture3D::write(int)
-{
-    report(this, "\"write\" is not a valid function for this buffer type use mem.map\\unmap");
-    return false;
 }
 
 bool MemTypeTexture3D::resize(size_t, size_t, size_t, void*)
 {
     report(this, "setSize not implemented");
     return false;
-}
-
-cl_image_format* MemTypeTexture3D::format(cl_image_format* out)
-{
-    if (out) *out = *imageFormat;
-    return out;
-}
-
-int MemTypeTexture3D::pack()
-{
-    if (!pbo) {
-        report(this, "pack not applicable. No pixel buffer object created");
-        return 0;
-    }
-    GlScope gl;
-    if (!gl.ok()) return noContext(this);
-    TightRows rows;
-    glBindBuffer(GL_PIXEL_PACK_BUFFER, pbo);
-    glBindTexture(GL_TEXTURE_3D, glId);
-    glGetTexImage(GL_TEXTURE_3D, 0, hostPixelFormat(imageFormat->image_channel_order, true), glType, nullptr);
-    glBindTexture(GL_TEXTURE_3D, 0);
-    glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
-    return 1;
-}
-
-int MemTypeTexture3D::unpack()
-{
-    if (!pbo) {
-        report(this, "Unpack not applicable. No pixel buffer object created");
-        return 0;
-    }
-    GlScope gl;
-    if (!gl.ok()) return noContext(this);
-    TightRows rows;
-    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, pbo);
-    glBindTexture(GL_TEXTURE_3D, glId);
-    glTexImage3D(GL_TEXTURE_3D, 0, static_cast<GLint>(internalFormat), static_cast<GLsizei>(proxy->getDim(0)),
-                 static_cast<GLsizei>(proxy->getDim(1)), static_cast<GLsizei>(proxy->getDim(2)), 0,
-                 hostPixelFormat(imageFormat->image_channel_order, true), glType, nullptr);
-    glBindTexture(GL_TEXTURE_3D, 0);
-    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
-    return 1;
-}
-
-bool MemTypeTexture3D::copyToCL(cl_command_queue q)
-{
-    GlScope gl;
-    if (!gl.ok() || !glId || !mem) return noContext(this);
-    const size_t region[3] = {proxy->getDim(0), proxy->getDim(1), proxy->getDim(2)};
-    return textureToImage(q, *this, GL_TEXTURE_3D, glId, m_staging, internalFormat, imageFormat, region);
-}
-
-bool MemTypeTexture3D::copyToGL(cl_command_queue q)
-{
-    GlScope gl;
-    if (!gl.ok() || !glId || !mem) return noContext(this);
-    const size_t region[3] = {proxy->getDim(0), proxy->getDim(1), proxy->getDim(2)};
-    return imageToTexture(q, *this, GL_TEXTURE_3D, glId, m_staging, internalFormat, imageFormat, region);
 }

@@ -55,29 +55,13 @@ constexpr uint32_t Mipmaps = 4;
 constexpr uint32_t NoPixelBuffer = 8;
 }  // namespace MemTextureFlags
 
-class MemTypeTexture2D : public MemType2D, public MemGLShared {
+// What 2D and 3D textures share: the OpenGL texture with its filters and
+// pixel buffer, host access through that buffer (which takes the OpenCL
+// image away for the time of a map), and the copies of the copy road. The
+// memory object classes below forward their operations here.
+class MemGLTexture : public MemGLShared {
 public:
     using FLAGS = ScnTextureFlags;
-
-    // `format` is kept by pointer and must outlive the object.
-    MemTypeTexture2D(oclContext* context, uint32_t width, uint32_t height, const cl_image_format* format,
-                     const std::string& name, const FLAGS* flags);
-    ~MemTypeTexture2D() override;
-
-    // 1: pack, then map the pixel buffer for reading; 2: map it for writing.
-    // Either gives up the cl_mem until unmap; other flags are refused.
-    bool map(cl_map_flags flags, int d) override;
-    // Unmaps (and after a write unpacks) and makes a new cl_mem.
-    bool unmap(int d) override;
-    void release() override;
-    // Width and height, whether or not there is a cl_mem.
-    size_t dim(int axis) override;
-    bool read(int d) override;
-    bool write(int d) override;
-    // A new texture of that size with the same flags; the content is lost.
-    bool resize(size_t width, size_t height, void* host) override;
-    // The stored format; no OpenCL query.
-    cl_image_format* format(cl_image_format* out) override;
 
     // Texture to pixel buffer, and back: 1, or 0 without a pixel buffer.
     int pack();
@@ -91,18 +75,60 @@ public:
     unsigned pbo = 0;
 
 protected:
-    oclMem& sharedMem() override { return *this; }
+    // `target`: GL_TEXTURE_2D or GL_TEXTURE_3D. `format` is kept by pointer
+    // and must outlive the object.
+    MemGLTexture(oclContext* context, unsigned target, const cl_image_format* format, const FLAGS* flags);
+
+    // Texture, filters by the flags, clamped wrap, pixel buffer (always in
+    // 3D, unless flag 8 in 2D), cl_mem.
+    void buildTexture();
+    // 1: pack, then map the pixel buffer for reading; 2: map it for writing.
+    // Either gives up the cl_mem until unmap; other flags are refused.
+    bool mapTexture(cl_map_flags how);
+    // Unmaps (and after a write unpacks) and makes a new cl_mem.
+    bool unmapTexture();
+    void releaseTexture();
+    // Host access is mem.map: read and write are refused.
+    bool refuseRead();
+    bool refuseWrite();
+    // The stored format; no OpenCL query.
+    cl_image_format* storedFormat(cl_image_format* out) const;
     bool copyToCL(cl_command_queue queue) override;
     bool copyToGL(cl_command_queue queue) override;
     void bind() const;
     void unbindTexture() const;
 
 private:
-    void build();
+    bool threeD() const;
+    // Width, height, depth (1 in 2D).
+    size_t extent(int axis);
+    void defineImage(bool fromPixelBuffer);
     void makeView();
 
+    unsigned m_target;
     unsigned m_staging = 0;  // copy road: the transfer buffer, made at the first acquire
     bool m_viewRefused = false;  // copy road: the platform has no image of this format
+};
+
+class MemTypeTexture2D : public MemType2D, public MemGLTexture {
+public:
+    MemTypeTexture2D(oclContext* context, uint32_t width, uint32_t height, const cl_image_format* format,
+                     const std::string& name, const FLAGS* flags);
+    ~MemTypeTexture2D() override;
+
+    bool map(cl_map_flags flags, int) override { return mapTexture(flags); }
+    bool unmap(int) override { return unmapTexture(); }
+    void release() override { releaseTexture(); }
+    // Width and height, whether or not there is a cl_mem.
+    size_t dim(int axis) override;
+    bool read(int) override { return refuseRead(); }
+    bool write(int) override { return refuseWrite(); }
+    // A new texture of that size with the same flags; the content is lost.
+    bool resize(size_t width, size_t height, void* host) override;
+    cl_image_format* format(cl_image_format* out) override { return storedFormat(out); }
+
+protected:
+    oclMem& sharedMem() override { return *this; }
 };
 
 // A texture sampled in the scene: anisotropic filtering as far as the driver
@@ -121,45 +147,24 @@ public:
                      const std::string& name, const FLAGS* flags);
 };
 
-class MemTypeTexture3D : public MemType3D, public MemGLShared {
+class MemTypeTexture3D : public MemType3D, public MemGLTexture {
 public:
-    using FLAGS = ScnTextureFlags;
-
     MemTypeTexture3D(oclContext* context, uint32_t width, uint32_t height, uint32_t depth,
                      const cl_image_format* format, const std::string& name, const FLAGS* flags);
     ~MemTypeTexture3D() override;
 
-    bool map(cl_map_flags flags, int d) override;
-    bool unmap(int d) override;
-    void release() override;
+    bool map(cl_map_flags flags, int) override { return mapTexture(flags); }
+    bool unmap(int) override { return unmapTexture(); }
+    void release() override { releaseTexture(); }
     size_t dim(int axis) override;
-    bool read(int d) override;
-    bool write(int d) override;
+    bool read(int) override { return refuseRead(); }
+    bool write(int) override { return refuseWrite(); }
     // Refused: "setSize not implemented".
     bool resize(size_t width, size_t height, size_t depth, void* host) override;
-    cl_image_format* format(cl_image_format* out) override;
-
-    int pack();
-    int unpack();
-
-    unsigned glId = 0;
-    FLAGS flags;
-    const cl_image_format* imageFormat;
-    uint32_t internalFormat;
-    uint32_t glType;
-    unsigned pbo = 0;
+    cl_image_format* format(cl_image_format* out) override { return storedFormat(out); }
 
 protected:
     oclMem& sharedMem() override { return *this; }
-    bool copyToCL(cl_command_queue queue) override;
-    bool copyToGL(cl_command_queue queue) override;
-
-private:
-    void build();
-    void makeView();
-
-    unsigned m_staging = 0;
-    bool m_viewRefused = false;
 };
 
 // The OpenCL image format that the sharing road gives a texture of this GL

@@ -47,14 +47,6 @@ cl_image_format clFormat(const ScnImageFormat& f)
     return cl_image_format{f.order, f.type};
 }
 
-// A file name of a node or a script below the workspace; an absolute path is
-// taken as it is. Into a fixed block: script methods raise errors by longjmp.
-void workspacePath(const char* name, char (&out)[400])
-{
-    if (name[0] == '/') std::snprintf(out, sizeof out, "%s", name);
-    else std::snprintf(out, sizeof out, "%s/%s", AppGlobal::projectPath().c_str(), name);
-}
-
 }  // namespace
 
 // ---------------------------------------------------------------- shared
@@ -189,7 +181,7 @@ void OclImage2D::build()
     const cl_image_format f = clFormat(format.value);
     m_object = new MemTypeImage2D(m_context, w, h, cl_mem_flags.value, &f, getName());
     char path[400];
-    workspacePath(file.value.c_str(), path);
+    MemSource::workspacePath(file.value.c_str(), path);
     if (source.value == 1) {
         auto* v = new MemSourceVideo(m_object);
         m_source = v;
@@ -257,25 +249,6 @@ int OclImage2D::luaSetSize(lua_State* L)
     return luaL_error(L, "unable to resize buffer to (%d,%d)", static_cast<int>(w), static_cast<int>(h));
 }
 
-namespace {
-
-// The picture size of an image or video file, through its plug-in.
-bool fileSize(MemSource::Kind kind, const char* path, int32_t& width, int32_t& height)
-{
-    if (kind == MemSource::Image) {
-        MemSourceImage probe(nullptr);
-        if (!probe.getFileInfo(path)) return false;
-        width = probe.info.image_width, height = probe.info.image_height;
-        return true;
-    }
-    MemSourceVideo probe(nullptr);
-    if (!probe.getFileInfo(path)) return false;
-    width = probe.info.image_width, height = probe.info.image_height;
-    return true;
-}
-
-}  // namespace
-
 // Nothing here owns memory while an error can be raised: the sources are
 // made after the last check, and the paths are fixed blocks.
 int OclImage2D::luaSetSource(lua_State* L)
@@ -283,13 +256,13 @@ int OclImage2D::luaSetSource(lua_State* L)
     if (lua_type(L, 1) != LUA_TSTRING) return luaL_typerror(L, 1, "file");
     const char* name = lua_tostring(L, 1);
     char path[400];
-    workspacePath(name, path);
+    MemSource::workspacePath(name, path);
     const MemSource::Kind kind = MemSource::classify(path);
     if (kind == MemSource::Unknown) return luaL_error(L, "unsupported file format: %s", name);
     if (kind != MemSource::Image && kind != MemSource::Video) return luaL_error(L, "unable to read file data: %s", name);
     if (!m_object) return luaL_error(L, "invalid memory object %s", getName().c_str());
     int32_t width = 2, height = 2;
-    if (!fileSize(kind, path, width, height)) return luaL_error(L, "unable to read file data: %s", name);
+    if (!MemSource::pictureSize(kind, path, width, height)) return luaL_error(L, "unable to read file data: %s", name);
     m_object->resize(static_cast<size_t>(width > 0 ? width : 1), static_cast<size_t>(height > 0 ? height : 1), nullptr);
     delete m_source;
     if (kind == MemSource::Image) m_source = new MemSourceImage(m_object);
@@ -371,7 +344,7 @@ void OclImage3D::build()
     m_object = new MemTypeImage3D(m_context, w, h, d, cl_mem_flags.value, &f, getName());
     if (source.value == 3) {
         char path[400];
-        workspacePath(file.value.c_str(), path);
+        MemSource::workspacePath(file.value.c_str(), path);
         auto* v = new MemSourceVolume(m_object);
         m_source = v;
         v->open(path);

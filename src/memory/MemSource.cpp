@@ -1,5 +1,6 @@
 #include "memory/MemSource.h"
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "memory/MemPluginApi.h"
 #include "memory/MemProxy.h"
 #include "runtime/Channels.h"
+#include "runtime/AppGlobal.h"
 #include "runtime/Clock.h"
 #include "runtime/LuaExt.h"
 #include "runtime/ScnLua.h"
@@ -396,4 +398,25 @@ bool MemSourceVolume::getFileInfo(const char* path)
     c.takeResult = takeVolumeInfo;
     c.context = &info;
     return MemSource::call(c);
+}
+
+void MemSource::workspacePath(const char* name, char (&out)[400])
+{
+    if (name[0] == '/') std::snprintf(out, sizeof out, "%s", name);
+    else std::snprintf(out, sizeof out, "%s/%s", AppGlobal::projectPath().c_str(), name);
+}
+
+bool MemSource::pictureSize(Kind kind, const char* path, int32_t& width, int32_t& height)
+{
+    if (kind == Image) {
+        MemSourceImage probe(nullptr);
+        if (!probe.getFileInfo(path)) return false;
+        width = probe.info.image_width, height = probe.info.image_height;
+        return true;
+    }
+    if (kind != Video) return false;
+    MemSourceVideo probe(nullptr);
+    if (!probe.getFileInfo(path)) return false;
+    width = probe.info.image_width, height = probe.info.image_height;
+    return true;
 }

@@ -71,6 +71,12 @@ public:
     static int32_t recordField(lua_State* L, const char* key);
     // "image.so" for "image".
     static std::string libraryName(const char* module);
+    // A file name of a node or a script below the workspace; an absolute
+    // path is taken as it is. Into a fixed block: script methods raise
+    // errors by longjmp.
+    static void workspacePath(const char* name, char (&out)[400]);
+    // The picture size of an image or video file, through its plug-in.
+    static bool pictureSize(Kind kind, const char* path, int32_t& width, int32_t& height);
 
     oclMem* memory;
     char file[400] = {};

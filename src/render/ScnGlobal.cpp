@@ -41,6 +41,28 @@ void messageBox(const char* text, const char* caption)
     LogStream(Channels::error(), caption) << text;
 }
 
+// Every texture unit starts with replacing texture environment, once, so
+// that a fixed-function draw on any unit shows the texture as it is. Units
+// beyond the fixed-function ones have no environment to set.
+void prepareTextureUnits()
+{
+    GlScope gl;
+    if (!gl.ok()) return;
+    GLint units = 0, fixedUnits = 0;
+    while (glGetError() != GL_NO_ERROR) {
+    }
+    glGetIntegerv(GL_MAX_TEXTURE_IMAGE_UNITS, &units);
+    glGetIntegerv(GL_MAX_TEXTURE_UNITS, &fixedUnits);
+    if (glGetError() != GL_NO_ERROR) fixedUnits = 0;  // a core context has none
+    for (GLint i = 0; i < units && i < fixedUnits; ++i) {
+        glActiveTexture(GL_TEXTURE0 + static_cast<GLenum>(i));
+        glEnable(GL_TEXTURE_2D);
+        glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_REPLACE);
+        glDisable(GL_TEXTURE_2D);
+    }
+    glActiveTexture(GL_TEXTURE0);
+}
+
 }  // namespace
 
 namespace ScnGlobal {
@@ -105,6 +127,7 @@ void init()
         ScnLua::registerNode<ScnFramebuffer>(&ScnNode::s_type, "ScnFramebuffer", 4);
         ScnLua::registerNode<ScnLightbuffer>(&ScnFramebuffer::s_type, "ScnLightbuffer", 4);
         ScnLua::registerNode<ScnTexture2D>(&ScnNode::s_type, "ScnTexture2D", 4);
+        prepareTextureUnits();
         ScnNodeRegistry::registerAlias("ScnTexture", ScnTexture2D::s_type);
         ScnLua::registerNode<ScnTexture3D>(&ScnNode::s_type, "ScnTexture3D", 4);
         ScnLua::registerNode<ScnBufferArray>(&ScnGroup::s_type, "ScnBufferArray", 2);

@@ -19,6 +19,7 @@
 #include "platform/GlContext.h"
 #include "support/DocumentFixture.h"
 #include "support/TempDir.h"
+#include "memory/SourceFiles.h"
 
 namespace {
 
@@ -28,6 +29,8 @@ protected:
     {
         ASSERT_NE(GlContext::active(), nullptr) << "no headless OpenGL context (Mesa's EGL is needed)";
         ASSERT_TRUE(m_gl.ok());
+        // The picture is read through the image plug-in.
+        sources::loadPlugins();
         Channels::clearAll();
     }
 

@@ -161,6 +161,11 @@ struct Pixels {
     uint32_t width = 0, height = 0, depth = 1;
     int channels = 4;
     Kind kind = U8;
+    // Pictures (top row first, as files store them) go in bottom row first:
+    // memory row 0 is the bottom row, where a texture has t = 0 and a shared
+    // image y = 0. The top rows of the picture are kept when the object is
+    // lower than the picture. Raw volumes keep the order of their file.
+    bool bottomUp = false;
 };
 
 // The layout a target object wants, from its image format or, for a buffer,
@@ -314,9 +319,12 @@ inline void writePixels(const Pixels& px, const VelmoraMemView& v, const Target&
                    d = std::min(px.depth, v.dimensions >= 3 ? v.dim[2] : 1u);
     const double scale = px.kind == Pixels::U8 ? 255.0 : px.kind == Pixels::U16 ? 65535.0 : 1.0;
     auto* out = static_cast<unsigned char*>(v.data);
+    const uint32_t objectHeight = v.dim[1];
     for (uint32_t z = 0; z < d; ++z)
         for (uint32_t y = 0; y < h; ++y)
             for (uint32_t x = 0; x < w; ++x) {
+                // y counts picture rows from the top; the row it lands in:
+                const uint32_t row = px.bottomUp ? objectHeight - 1 - y : y;
                 const size_t at = (static_cast<size_t>(z) * px.height + y) * px.width + x;
                 double raw[5] = {0, 0, 0, 0, 0};
                 for (int c = 0; c < px.channels; ++c) {
@@ -336,7 +344,7 @@ inline void writePixels(const Pixels& px, const VelmoraMemView& v, const Target&
                     rgba[4] = 0.299 * raw[0] + 0.587 * raw[1] + 0.114 * raw[2];
                 }
                 unsigned char* p =
-                    out + ((static_cast<size_t>(z) * v.dim[1] + y) * v.dim[0] + x) * v.elementSize;
+                    out + ((static_cast<size_t>(z) * v.dim[1] + row) * v.dim[0] + x) * v.elementSize;
                 for (int c = 0; c < t.components; ++c) {
                     const double r = rgba[t.source[c]];
                     putComponent(p + c * t.bytes, t.type, r / scale, r);

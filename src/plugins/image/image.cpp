@@ -6,8 +6,9 @@
 //   image.getFileExt()            -> {".png", ".jpg", ...}
 //   image.getFileInfo(path)       -> {image_width=, image_height=, image_channel_order=,
 //                                     image_channel_data_type=} or nil when unreadable
-//   image.read(memory, path)      fills the object (the part of the picture it holds)
-//   image.write(memory, path)     writes a 2D object as an RGBA PNG
+//   image.read(memory, path)      fills the object (the part of the picture it holds),
+//                                 bottom row first: the picture stands upright in a texture
+//   image.write(memory, path)     writes a 2D object as an RGBA PNG, the last row on top
 #include <stb/stb_image.h>
 #include <stb/stb_image_write.h>
 
@@ -106,6 +107,7 @@ bool readInto(lua_State* L, const char* path, plugin::Error& err)
     px.height = static_cast<uint32_t>(h);
     // Grey pictures keep their grey as the luminance; stb expanded them to RGBA.
     px.channels = 4;
+    px.bottomUp = true;
     bool mapped = false;
     if (!plugin::mapForWrite(L, 1, v, mapped, err)) return false;
     plugin::writePixels(px, v, target);
@@ -164,14 +166,17 @@ bool writeFrom(lua_State* L, const char* path, plugin::Error& err)
     if (ok) {
         rgba.assign(static_cast<size_t>(v.dim[0]) * v.dim[1] * 4, 0);
         const auto* in = static_cast<const unsigned char*>(v.data);
-        for (size_t i = 0; i < static_cast<size_t>(v.dim[0]) * v.dim[1]; ++i) {
+        const size_t width = v.dim[0], height = v.dim[1];
+        for (size_t i = 0; i < width * height; ++i) {
+            // Memory holds the bottom row first; the file wants the top first.
+            const size_t to = ((height - 1 - i / width) * width + i % width) * 4;
             uint8_t c[5] = {0, 0, 0, 255, 0};
             for (int k = 0; k < target.components; ++k) {
                 const uint8_t value = component8(in + i * v.elementSize + k * target.bytes, target.type);
                 if (target.source[k] == 4) c[0] = c[1] = c[2] = value;
                 else c[target.source[k]] = value;
             }
-            std::memcpy(&rgba[i * 4], c, 4);
+            std::memcpy(&rgba[to], c, 4);
         }
     } else {
         err.format("unable to write %s: the object has no data", path);

@@ -282,6 +282,7 @@ bool readFrame(lua_State* L, Video* video, int frame, plugin::Error& err)
     px.width = static_cast<uint32_t>(video->width);
     px.height = static_cast<uint32_t>(video->height);
     px.channels = 4;
+    px.bottomUp = true;
     bool mapped = false;
     if (!plugin::mapForWrite(L, 1, v, mapped, err)) return false;
     plugin::writePixels(px, v, target);

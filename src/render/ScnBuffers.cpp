@@ -35,22 +35,27 @@ int ScnBufferAttrib::s_depth = 0;
 
 namespace {
 
-// The pointer of an update walk names the field whose edit asked for it.
-bool editedOwnField(const ScnNode& node, const ScnAction& action)
+// The pointer of an update walk names the field whose edit asked for it:
+// a field of this node or of its twin (an edit of the design node reaches
+// the running one). The index of that field in the node's list, or -1.
+int editedField(const ScnNode& node, const ScnAction& action)
 {
     auto* update = dynamic_cast<const ScnActionUpdate*>(&action);
-    if (!update || !update->pointer) return false;
-    for (int i = 0; i < node.fieldCount(); ++i)
-        if (node.field(i) == update->pointer) return true;
-    return false;
+    if (!update || !update->pointer) return -1;
+    for (const ScnNode* n : {&node, static_cast<const ScnNode*>(node.twin())}) {
+        if (!n) continue;
+        for (int i = 0; i < n->fieldCount(); ++i)
+            if (n->field(i) == update->pointer) return i;
+    }
+    return -1;
 }
 
-bool editedOneOf(const ScnAction& action, const ScnField* const* fields, int count)
+bool editedOneOf(const ScnNode& node, const ScnAction& action, const ScnField* const* fields, int count)
 {
-    auto* update = dynamic_cast<const ScnActionUpdate*>(&action);
-    if (!update || !update->pointer) return false;
-    for (int i = 0; i < count; ++i)
-        if (fields[i] == update->pointer) return true;
+    const int i = editedField(node, action);
+    if (i < 0 || i >= node.fieldCount()) return false;
+    for (int k = 0; k < count; ++k)
+        if (fields[k] == node.field(i)) return true;
     return false;
 }
 
@@ -300,7 +305,7 @@ void ScnBufferElement::onCreate(ScnAction& action)
 void ScnBufferElement::onUpdate(ScnAction& action)
 {
     const ScnField* const rebuilt[] = {&dim, &data, &source};
-    if (m_buffer && (contextOf(action) != m_context || editedOneOf(action, rebuilt, 3))) {
+    if (m_buffer && (contextOf(action) != m_context || editedOneOf(*this, action, rebuilt, 3))) {
         m_context = contextOf(action);
         build();
     }
@@ -519,7 +524,7 @@ void ScnBufferAttrib::onCreate(ScnAction& action)
 
 void ScnBufferAttrib::onUpdate(ScnAction& action)
 {
-    if (m_buffer && (contextOf(action) != m_context || editedOwnField(*this, action))) {
+    if (m_buffer && (contextOf(action) != m_context || editedField(*this, action) >= 0)) {
         m_context = contextOf(action);
         build();
     }

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -498,12 +499,40 @@ TEST_F(Buffers, ScriptsGetTheBufferItsSizeAndResizeIt)
     }
     EXPECT_EQ(positions->dim0.number, 11) << "a refused size changes nothing";
     ASSERT_EQ(runLua("v = nil"), "");
+
+    // An edit of one of the node's own fields makes the buffer again; the
+    // primitive is only read at the draw, so its edit keeps the indices.
+    positions->dim0 = "5";
+    {
+        ScnActionUpdate update(false, &positions->dim0);
+        update.apply(&m_root);
+    }
+    EXPECT_EQ(positions->buffer()->dim(0), 5u * 16u);
+    fill<uint32_t>(element->buffer(), std::vector<uint32_t>(9, 7));
+    element->primitive.value = 1;
+    {
+        ScnActionUpdate update(false, &element->primitive);
+        update.apply(&m_root);
+    }
+    EXPECT_EQ(contents<uint32_t>(element->buffer()), std::vector<uint32_t>(9, 7));
+    element->dim = "3";
+    {
+        ScnActionUpdate update(false, &element->dim);
+        update.apply(&m_root);
+    }
+    EXPECT_EQ(contents<uint32_t>(element->buffer()), std::vector<uint32_t>(3, 0));
 }
 
 TEST_F(Buffers, PlyFilesFillVerticesAndIndices)
 {
     loadPlyPlugin();
     TempDir ws("velmora-buffers");
+    // Opening a workspace moves into it; the tests after this one start
+    // where this one did, before the folder goes.
+    struct Back {
+        std::filesystem::path cwd = std::filesystem::current_path();
+        ~Back() { std::filesystem::current_path(cwd); }
+    } back;
     ASSERT_TRUE(AppGlobal::setProjectPath(ws.path()));
     {
         std::ofstream out(ws.path() + "/tri.ply");

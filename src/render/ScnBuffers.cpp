@@ -440,8 +440,12 @@ void ScnBufferAttrib::build()
     m_buffer = new MemTypeGLBuffer(m_context, count, elementType(glType, components()), GL_ARRAY_BUFFER, getName());
     if (!m_buffer->glId) return;
     if (path.value.empty()) {
-        fillRandom();
+        fill(true);
     } else {
+        // Columns the file does not give stay 0, and a fourth component is
+        // at full scale as in the random fill: x, y, z read into four
+        // components give w = 1.
+        fill(false);
         // The first word counts components; the loader wants the bytes from
         // one vertex to the next, as the attribute pointer reads them.
         ScnPlyLoadInfo info = source.value;
@@ -456,7 +460,7 @@ void ScnBufferAttrib::build()
     if (gl.ok()) bindToCurrentShader();
 }
 
-void ScnBufferAttrib::fillRandom()
+void ScnBufferAttrib::fill(bool random)
 {
     if (!m_buffer->map(CL_MAP_WRITE, 0)) return;
     const auto glType = static_cast<uint32_t>(type.value);
@@ -467,7 +471,7 @@ void ScnBufferAttrib::fillRandom()
     const bool colour = getName() == "gs_Color";
     auto* out = static_cast<unsigned char*>(m_buffer->data);
     for (size_t i = 0; i < n; ++i) {
-        double v = colour ? unitRandom() * s : (unitRandom() - 0.5) * s;
+        double v = !random ? 0.0 : colour ? unitRandom() * s : (unitRandom() - 0.5) * s;
         // Alpha of a colour, w of a position: one at full scale.
         if ((i + 1) % 4 == 0) v = s;
         storeComponent(out + i * bytes, glType, v);

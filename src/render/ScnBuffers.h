@@ -134,7 +134,8 @@ public:
 
 private:
     void build();
-    void fillRandom();
+    // Random values, or zeros; either way every fourth component at full scale.
+    void fill(bool random);
     void measureBox();
     // Enables the current shader's attribute of this name and points it at
     // the buffer; false when there is no shader or it has no such attribute.

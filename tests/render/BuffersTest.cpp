@@ -566,10 +566,15 @@ TEST_F(Buffers, PlyFilesFillVerticesAndIndices)
     std::strcpy(red.property[0], "red");
     red.count = 1;
     reds->source = red;
+    ScnBufferAttrib* homogeneous = attrib("gs_Position", "3", 4);
+    homogeneous->path = "tri.ply";
+    homogeneous->source = xyz;
+    homogeneous->source.value.stride = 4;
     ScnBufferAttrib* missing = attrib("gs_Missing", "5", 2);
     missing->path = "absent.ply";
     element->append(vertices);
     element->append(reds);
+    element->append(homogeneous);
     element->append(missing);
     m_root.append(element);
     create();
@@ -582,6 +587,10 @@ TEST_F(Buffers, PlyFilesFillVerticesAndIndices)
     const std::vector<uint8_t> r = contents<uint8_t>(reds->buffer());
     ASSERT_EQ(r.size(), 3u);
     EXPECT_EQ(r, (std::vector<uint8_t>{10, 20, 30}));
+
+    EXPECT_EQ(contents<float>(homogeneous->buffer()),
+              (std::vector<float>{1.5f, -2, 0.25f, 1, -3, 4, 0.5f, 1, 0, 0.5f, -1, 1}))
+        << "three columns into four components: w is 1";
 
     const ScnBox box = vertices->computeBounds();
     EXPECT_EQ(box.min[0], -3);

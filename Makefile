@@ -39,7 +39,7 @@ screenshot: build
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 600
 
-BENCHES = file_bench lua_bench engine_bench cl_bench mem_bench frame_bench load_bench share_bench
+BENCHES = file_bench lua_bench engine_bench cl_bench mem_bench frame_bench load_bench share_bench road_bench
 
 bench: build
 	@set -e; for b in $(BENCHES); do $(BUILD)/bin/$$b; done

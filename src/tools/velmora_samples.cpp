@@ -6,6 +6,8 @@
 #include "compute/OclNodes.h"
 #include "memory/MemNodes.h"
 #include "platform/Paths.h"
+#include "render/ScnBuffers.h"
+#include "render/ScnShader.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/RtnApplication.h"
 
@@ -93,6 +95,82 @@ bool writeCompute(const std::string& folder)
     return ok;
 }
 
+
+// 100,000 points that a kernel moves on every frame, drawn as points by a
+// shader, with no copy through scripts: the kernel writes the vertex buffer
+// between acquire and release. Point 0 goes round a circle of radius 0.8 at
+// z = 9.5 in front of the others (the camera starts at z = 12 looking down
+// minus z), 0.05 radians a frame, and is drawn
+// magenta so that its pixel can be found; the kernel's time is the number
+// of frames run, and it runs once when the points arrive.
+bool writeParticles(const std::string& folder)
+{
+    RtnApplication app;
+    auto* platform = new OclPlatform;
+    platform->name = "particles";
+    auto* program = new OclProgram;
+    program->name = "move";
+    program->source =
+        "__kernel void move(__global float4* p, float t)\n"
+        "{\n"
+        "    int i = get_global_id(0);\n"
+        "    if (i == 0) {\n"
+        "        p[0] = (float4)(0.8f * cos(0.05f * t), 0.8f * sin(0.05f * t), 9.5f, 1.0f);\n"
+        "        return;\n"
+        "    }\n"
+        "    float r = 0.3f + 1.2f * (i % 997) / 997.0f;\n"
+        "    float a = 2.39996f * i + t * (0.02f + 0.05f / r);\n"
+        "    p[i] = (float4)(r * cos(a), r * sin(a), 8.0f - 0.5f * (i % 7) / 7.0f, 1.0f);\n"
+        "}\n";
+    platform->append(program);
+    app.openCL.node.append(platform);
+
+    auto* shader = new ScnShader;
+    shader->name = "pointShader";
+    shader->vertex =
+        "#version 330\n"
+        "in vec4 gs_Vertex;\n"
+        "uniform mat4 gs_ModelViewProjectionMatrix;\n"
+        "out vec4 colour;\n"
+        "void main()\n"
+        "{\n"
+        "    colour = gl_VertexID == 0 ? vec4(1.0, 0.0, 1.0, 1.0) : vec4(0.6, 0.8, 1.0, 1.0);\n"
+        "    gl_Position = gs_ModelViewProjectionMatrix * gs_Vertex;\n"
+        "}\n";
+    shader->fragment = "#version 330\nin vec4 colour;\nout vec4 outColor;\nvoid main()\n{\n    outColor = colour;\n}\n";
+    auto* points = new ScnBufferArray;
+    points->name = "particles";
+    auto* vertices = new ScnBufferAttrib;
+    vertices->name = "gs_Vertex";
+    vertices->dim0 = "PARTICLES";
+    points->append(vertices);
+    app.openGL.node.append(shader);
+    app.openGL.node.append(points);
+
+    // The count is a global that the size expression of the attribute reads.
+    app.luaglobal = "PARTICLES = 100000\n";
+    auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    main->luaglobal = "step = 0\n";
+    RtnRegister* r = main->createRegister(0);
+    const char* move =
+        "cl.clEnqueueAcquireGLObjects(points)\n"
+        "cl.clSetKernelArg(kernel, 1, cl.cl_float, step)\n"
+        "cl.clEnqueueNDRangeKernel(kernel, 1, {PARTICLES})\n"
+        "cl.clEnqueueReleaseGLObjects(points)\n";
+    r->functions.setCode(RtnRegister::OnDeposit, std::string("kernel = OpenCL.particles.move:getKernel(\"move\")\n"
+                                                             "points = event:getBuffer()\n"
+                                                             "cl.clSetKernelArg(kernel, 0, points)\n") +
+                                                     move);
+    r->functions.setCode(RtnRegister::OnTime, std::string("step = step + 1\n") + move);
+    r->marking.append(vertices);
+    RtnMFRef::s_root = &app;
+    std::string error;
+    bool ok = app.writeFile(folder + "/particles.3Dm", error);
+    RtnMFRef::s_root = nullptr;
+    if (!ok) std::fprintf(stderr, "velmora-samples: %s\n", error.c_str());
+    return ok;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -109,5 +187,6 @@ int main(int argc, char** argv)
     AppGlobal::startModules();
     const bool hello = writeHello(folder);
     const bool compute = writeCompute(folder);
-    return hello && compute ? 0 : 1;
+    const bool particles = writeParticles(folder);
+    return hello && compute && particles ? 0 : 1;
 }

@@ -1,6 +1,14 @@
 #include "widgets/GuiControls.h"
 
+#include <cmath>
+
+#include <lua.hpp>
+
+#include "runtime/Clock.h"
+#include "runtime/ScnLua.h"
+#include "widgets/GuiActionEvent.h"
 #include "widgets/GuiDraw.h"
+#include "widgets/InputState.h"
 
 namespace {
 // Default sizes are counted in cells of the present cell size.
@@ -32,6 +40,47 @@ void GuiButton::removeEvents(ScnMFFunction& f)
     guiRemoveEvents(f, kEvents);
 }
 
+void GuiButton::serveEvent(GuiActionEvent& action)
+{
+    if (!Engine::running || action.handled) {
+        offerHover(action);
+        return;
+    }
+    const InputState& in = InputState::instance();
+    if (m_pressed) {
+        // The press captured the button: the release counts wherever the
+        // mouse is, and nothing behind the button sees the mouse meanwhile.
+        if (in.leftButton & (InputState::Held | InputState::WentDown)) {
+            notify(OnPressed);
+        } else {
+            m_pressed = false;
+            notify(OnUp);
+            invalidate();
+        }
+        action.handled = true;
+    } else if ((in.leftButton & InputState::WentDown) && GuiActionEvent::mouseInside(getBounds())) {
+        m_pressed = true;
+        notify(OnDown);
+        invalidate();
+        action.handled = true;
+    }
+}
+
+void GuiButton::draw()
+{
+    ScnBox box = getBounds();
+    GuiDraw::setColor(GuiDraw::palette(GuiDraw::Face3D));
+    GuiDraw::fillRect(box, 2, 2);
+    // A pressed face shows its caption one pixel right and down.
+    const double shift = m_pressed ? 1 : 0;
+    const double w = box.max[0] - box.min[0], h = box.max[1] - box.min[1];
+    const int length = static_cast<int>(text.value.size());
+    GuiDraw::setColor(GuiDraw::palette(GuiDraw::Text));
+    GuiDraw::text(std::floor(box.min[0] + shift + w / 2 - GuiDraw::textWidth(text.value.c_str(), length) / 2.0),
+                  std::floor(box.min[1] - shift + h / 2 - 4), text.value.c_str(), length);
+    GuiDraw::bevel(box, m_pressed ? GuiDraw::Sunken : GuiDraw::Raised);
+}
+
 GuiCheckbox::GuiCheckbox() : GuiComponent("check", 60, cell(), true) {}
 
 void GuiCheckbox::addEvents(ScnMFFunction& f)
@@ -58,6 +107,43 @@ void GuiRadioButton::removeEvents(ScnMFFunction& f)
 }
 
 GuiLabel::GuiLabel() : GuiComponent("text", 120, cell() + 4, true) {}
+
+void GuiLabel::setText(const std::string& value)
+{
+    text = value;
+    invalidate();
+}
+
+void GuiLabel::addLuaMethods(ScnLuaClass<GuiLabel>& c)
+{
+    c.add("setText", &GuiLabel::luaSetText);
+}
+
+int GuiLabel::luaSetText(lua_State* L)
+{
+    if (lua_type(L, 1) == LUA_TSTRING) setText(lua_tostring(L, 1));
+    return 0;
+}
+
+void GuiLabel::serveEvent(GuiActionEvent& action)
+{
+    if (!Engine::running) offerHover(action);
+}
+
+void GuiLabel::draw()
+{
+    const ScnBox& box = getBounds();
+    if (style.value & 1) {
+        GuiDraw::setColor(GuiDraw::palette(GuiDraw::Window));
+        GuiDraw::fillRect(box, 0, 0);
+        GuiDraw::flush();
+    }
+    GuiDraw::pushClip(box, 0, 0);
+    GuiDraw::setColor(GuiDraw::palette(GuiDraw::Text));
+    GuiDraw::text(box.min[0] + 4, box.max[1] - 6 - GuiDraw::textHeight(), text.value.c_str(),
+                  static_cast<int>(text.value.size()));
+    GuiDraw::popClip();
+}
 
 GuiInput::GuiInput() : GuiComponent("input", 120, cell() + 4, true) {}
 

@@ -3,6 +3,8 @@
 // declared here, which is their order in a file.
 #pragma once
 
+#include <string>
+
 #include "widgets/GuiComponent.h"
 
 class GuiButton : public GuiComponent<ScnNode> {
@@ -14,8 +16,19 @@ public:
     ScnSFString image{this, "Image"};
 
     static constexpr const char* kEvents[] = {"OnDown", "OnUp", "OnPressed"};
+    enum Event { OnDown = 3, OnUp = 4, OnPressed = 5 };
     void addEvents(ScnMFFunction& functions) override;
     void removeEvents(ScnMFFunction& functions) override;
+
+    // Between a press inside and the release, wherever the mouse goes.
+    bool pressed() const { return m_pressed; }
+
+protected:
+    void serveEvent(GuiActionEvent& action) override;
+    void draw() override;
+
+private:
+    bool m_pressed = false;
 };
 
 class GuiCheckbox : public GuiComponent<ScnNode> {
@@ -46,6 +59,16 @@ public:
     ScnSFString text{this, "Text"};
     // Bit 1: the background is filled.
     ScnSFUInt style{this, "style", 1};
+
+    // Replaces the text and repaints; a non-string is ignored.
+    void setText(const std::string& value);
+    static void addLuaMethods(ScnLuaClass<GuiLabel>& c);
+    int luaSetText(lua_State* L);
+
+protected:
+    // A label takes no press: found as hover only while editing.
+    void serveEvent(GuiActionEvent& action) override;
+    void draw() override;
 };
 
 class GuiInput : public GuiComponent<ScnNode> {

@@ -8,6 +8,8 @@
 #include "platform/Paths.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/RtnApplication.h"
+#include "widgets/GuiControls.h"
+#include "widgets/GuiRoot.h"
 
 namespace {
 
@@ -89,6 +91,45 @@ bool writeCompute(const std::string& folder)
     return ok;
 }
 
+// A label and a button in the widget branch. The button is the token of a
+// register: a press counts, shows the count in the label and prints where
+// on the button it landed; the release prints too.
+bool writeUi(const std::string& folder)
+{
+    RtnApplication app;
+    app.luaglobal = "presses = 0\n";
+    GuiRoot& root = app.gui.node;
+    auto* label = new GuiLabel;
+    label->name = "caption";
+    label->text = "Press Go";
+    label->position = ScnVec3{40, 600, 0};
+    label->size = ScnVec3{300, 30, 0};
+    root.append(label);
+    auto* button = new GuiButton;
+    button->name = "go";
+    button->text = "Go";
+    button->position = ScnVec3{40, 540, 0};
+    button->size = ScnVec3{100, 30, 0};
+    root.append(button);
+
+    auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    RtnRegister* r = main->createRegister(0);
+    button->addEvents(r->functions);
+    r->functions.setCode(GuiButton::OnDown,
+                         "presses = presses + 1\n"
+                         "Gui.caption:setText(\"Pressed \" .. presses .. \" times\")\n"
+                         "print(\"down on \" .. event:getName() .. \" at \" .. sio.getMouseX(event) .. \",\" .. "
+                         "sio.getMouseY(event))\n");
+    r->functions.setCode(GuiButton::OnUp, "print(\"up, \" .. presses .. \" presses\")\n");
+    r->marking.append(button);
+    RtnMFRef::s_root = &app;
+    std::string error;
+    bool ok = app.writeFile(folder + "/ui.3Dm", error);
+    RtnMFRef::s_root = nullptr;
+    if (!ok) std::fprintf(stderr, "velmora-samples: %s\n", error.c_str());
+    return ok;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -105,5 +146,6 @@ int main(int argc, char** argv)
     AppGlobal::startModules();
     const bool hello = writeHello(folder);
     const bool compute = writeCompute(folder);
-    return hello && compute ? 0 : 1;
+    const bool ui = writeUi(folder);
+    return hello && compute && ui ? 0 : 1;
 }

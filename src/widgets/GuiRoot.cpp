@@ -12,6 +12,7 @@
 #include "widgets/GuiActionEvent.h"
 #include "widgets/GuiActionRender.h"
 #include "widgets/GuiComponent.h"
+#include "widgets/GuiControls.h"
 #include "widgets/GuiDraw.h"
 #include "widgets/InputState.h"
 
@@ -20,6 +21,7 @@ ScnNodeType GuiRoot::s_type;
 namespace {
 
 GuiRoot* s_current = nullptr;
+ScnNode* s_focus = nullptr;
 bool s_windowOpen = true;
 int16_t s_blink = 20;
 constexpr int kKeyG = 103;
@@ -77,6 +79,16 @@ GuiRoot* GuiRoot::current()
 void GuiRoot::invalidateCurrent(const ScnBox& box)
 {
     if (s_current) s_current->invalidate(box);
+}
+
+ScnNode* GuiRoot::focus()
+{
+    return s_focus;
+}
+
+void GuiRoot::setFocus(ScnNode* widget)
+{
+    s_focus = widget;
 }
 
 bool GuiRoot::windowOpen()
@@ -199,6 +211,7 @@ void GuiRoot::onDestroy(ScnAction& action)
     }
     releasePicture();
     m_hover = nullptr;
+    s_focus = nullptr;
     if (s_current == this) s_current = nullptr;
     action.walk(this, ScnAction::Children);
     BranchGlobals::withdraw(this, getName());
@@ -234,10 +247,10 @@ void GuiRoot::onEvent(ScnAction& action)
         // While editing every frame repaints whole, so that picking sees
         // the widgets as they are edited.
         if (!running) invalidateAll();
-        {
-            CurrentRoot root(this);
-            action.walk(this, ScnAction::Children);
-        }
+        CurrentRoot root(this);
+        if (running)
+            if (auto* input = dynamic_cast<GuiInput*>(s_focus)) input->serveFocus(*event);
+        action.walk(this, ScnAction::Children);
         m_hover = event->hover;
         event->hit = m_hover;
         if (!event->handled && m_hover) notify(3);

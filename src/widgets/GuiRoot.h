@@ -41,6 +41,10 @@ public:
     // The root whose walk is under way (null outside one).
     static GuiRoot* current();
     static void invalidateCurrent(const ScnBox& box);
+    // The widget that receives keys (an input) or null; it gets the event
+    // pass before the walk.
+    static ScnNode* focus();
+    static void setFocus(ScnNode* widget);
     // Whether the enclosing window is open; true outside windows.
     static bool windowOpen();
     // The text-cursor blink counter: a cursor shows while it is 0 or more.

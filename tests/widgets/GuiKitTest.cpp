@@ -323,6 +323,74 @@ TEST_F(Kit, TheRootSelectsWhatIsUnderTheMouseWhileEditingAndRunning)
     EXPECT_EQ(drain(), Lines{});
 }
 
+TEST_F(Kit, AnInputTakesFocusByAPressInsideAndKeysWhileItHasIt)
+{
+    GuiInput* design = nullptr;
+    open([&](RtnApplication& app) {
+        design = new GuiInput();
+        design->name = "name";
+        design->text = "ab";
+        design->position = ScnVec3{20, 130, 0};
+        design->size = ScnVec3{120, 23, 0};
+        app.gui.node.append(design);
+        auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+        RtnRegister* r = p->createRegister(2);
+        design->addEvents(r->functions);
+        r->functions.setCode(GuiInput::OnEnter, "print('enter ' .. event:getText())");
+        r->marking.append(design);
+    });
+    m_doc.toggleSimulation();
+    auto* input = dynamic_cast<GuiInput*>(widget("name"));
+    ASSERT_NE(input, nullptr);
+    InputState& in = InputState::instance();
+    auto type = [&](int code) {
+        in.setKey(code, true);
+        tick();
+        in.setKey(code, false);
+        tick();
+    };
+    tick();
+    type('x');
+    EXPECT_EQ(input->text.value, "ab") << "no focus, no keys";
+
+    // A press right of the text puts the cursor at its end.
+    in.setCursor(100, 140);
+    in.setButton(1, true);
+    tick();
+    in.setButton(1, false);
+    tick();
+    EXPECT_EQ(GuiRoot::focus(), input);
+    EXPECT_EQ(input->cursor(), 2);
+    type('c');
+    in.setKey(InputState::KeyShift, true);
+    type('d');
+    in.setKey(InputState::KeyShift, false);
+    type(InputState::KeyLeft);
+    type(129);  // BACKSPACE: the "c" before the cursor
+    EXPECT_EQ(input->text.value, "abD");
+    EXPECT_EQ(input->cursor(), 2);
+    drain();
+    type(132);
+    EXPECT_EQ(drain(), (Lines{"(script): enter abD"}));
+
+    // A press on the button lets focus go, and the button has its press.
+    pause();
+    in.setCursor(160, 110);
+    in.setButton(1, true);
+    tick();
+    EXPECT_EQ(GuiRoot::focus(), nullptr);
+    EXPECT_EQ(drain(), (Lines{"(script): down go 10,10"}));
+    in.setButton(1, false);
+    tick();
+    type('z');
+    EXPECT_EQ(input->text.value, "abD");
+
+    // The character under the mouse: left of the first advance is 0.
+    EXPECT_EQ(input->characterAt(20), 0);
+    EXPECT_EQ(input->characterAt(20 + GuiDraw::textWidth("a", 1)), 1);
+    EXPECT_EQ(input->characterAt(1000), 3);
+}
+
 TEST_F(Kit, SioReportsTheMouseButtonsWheelAndKeys)
 {
     open();

@@ -295,6 +295,11 @@ void GuiDraw::lower(float d)
     s.depth -= d;
 }
 
+void GuiDraw::resetDepth()
+{
+    s.depth = 9999;
+}
+
 void GuiDraw::fillRect(const ScnBox& box, double dx, double dy)
 {
     triangle(box.min[0] + dx + 0.1, box.min[1] + dy + 0.1, box.max[0] - dx - 0.1, box.max[1] - dy - 0.1);

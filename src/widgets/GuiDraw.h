@@ -44,6 +44,8 @@ const float* color();
 float depth();
 // Depth minus d; widgets call it in matched pairs.
 void lower(float d);
+// Back to the far end, 9999, where every root's walk starts.
+void resetDepth();
 
 void fillRect(const ScnBox& box, double dx, double dy);
 void fillRectInt(int x0, int y0, int x1, int y1);

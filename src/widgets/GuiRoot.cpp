@@ -265,6 +265,7 @@ void GuiRoot::onRender(ScnAction& action)
         return;
     }
     GuiDraw::setViewport(dim0.value, dim1.value);
+    GuiDraw::resetDepth();
     if (!m_visible || !GlContext::ready()) {
         action.continueWalk(this, ScnAction::Siblings);
         return;
@@ -294,13 +295,15 @@ void GuiRoot::onRender(ScnAction& action)
         glDepthMask(GL_TRUE);
 
         GuiDraw::pushClip(box, 0, 0);
-        const float depth = GuiDraw::depth();
+        // Each node of the walk lies nearer than the one before; every
+        // frame starts again at the far end.
+        GuiDraw::resetDepth();
         {
             CurrentRoot root(this);
             action.walk(this, ScnAction::Children);
         }
         GuiDraw::flush();
-        GuiDraw::lower(GuiDraw::depth() - depth);
+        GuiDraw::resetDepth();
         GuiDraw::popClip();
         glDisable(GL_SCISSOR_TEST);
         glBindFramebuffer(GL_FRAMEBUFFER, static_cast<GLuint>(before));

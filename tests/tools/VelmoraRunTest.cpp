@@ -106,11 +106,13 @@ TEST_F(VelmoraRun, ScriptErrorsArePrintedWithTheirLineAndDoNotFailTheRun)
     ASSERT_TRUE(app.writeFile(m_tmp / "broken.3Dm", error)) << error;
     RunResult r = run(m_tmp.path() + " broken.3Dm");
     EXPECT_EQ(r.status, 0) << r.err;
-    // This workspace has no file plug-ins, which the start says first.
+    // This workspace has no file plug-ins and no widget font, which the
+    // start says first.
     const std::string missing = "(video.so): Function 'getFileExt' not found\n"
                                 "(image.so): Function 'getFileExt' not found\n"
                                 "(volume.so): Function 'getFileExt' not found\n"
-                                "(ply.so): Function 'getFileExt' not found\n";
+                                "(ply.so): Function 'getFileExt' not found\n"
+                                "(): Unable to read file GUI.png\n";
     EXPECT_EQ(r.out.rfind(missing, 0), 0u) << r.out;
     EXPECT_EQ(r.out.find("(Main): [string \"processor-global\"]:2:"), missing.size()) << r.out;
     EXPECT_NE(r.out.find(" (line 2)\n"), std::string::npos) << r.out;

@@ -20,6 +20,7 @@
 #include "runtime/RtnApplication.h"
 #include "support/AllocationCounter.h"
 #include "support/DocumentFixture.h"
+#include "memory/MemFont.h"
 #include "widgets/GuiControls.h"
 #include "widgets/GuiDraw.h"
 #include "widgets/GuiRoot.h"
@@ -450,7 +451,72 @@ TEST_F(Kit, SteadyFramesWithWidgetsAllocateNothing)
         tick();
     }
     EXPECT_EQ(g_allocations - before, 0);
+    EXPECT_FLOAT_EQ(GuiDraw::depth(), 9999.0f) << "the depth does not creep from frame to frame";
+    EXPECT_EQ(GuiDraw::clipDepth(), 0);
+    EXPECT_EQ(GuiDraw::lineVertices() + GuiDraw::triangleVertices() + GuiDraw::textVertices(), 0)
+        << "the batches are sent by the end of the frame";
     expectNear(pixelAt(25, 35), {over(1, 0.9f, pixelAt(5, 5)[0]), over(1, 0.9f, pixelAt(5, 5)[1]),
                                  over(1, 0.9f, pixelAt(5, 5)[2])},
                "still drawn");
+}
+
+TEST_F(Kit, DrawingLayerEdgeCases)
+{
+    GlScope gl;
+    ASSERT_TRUE(gl.ok());
+    GuiDraw::init();
+    ASSERT_NE(GuiDraw::font(), nullptr);
+    GuiDraw::flush();
+    const float depth = GuiDraw::depth();
+    GuiDraw::text(10, 10, "", 0);
+    GuiDraw::text(10, 10, nullptr, 5);
+    EXPECT_EQ(GuiDraw::textVertices(), 0);
+    EXPECT_EQ(GuiDraw::depth(), depth) << "the paired depth changes cancel";
+
+    // A tab is four spaces: their glyphs and their advance.
+    GuiDraw::text(0, 0, "\t", 1);
+    EXPECT_EQ(GuiDraw::textVertices(), 24);
+    GuiDraw::flush();
+    // Line breaks are measured like any byte.
+    EXPECT_EQ(GuiDraw::textWidth("a\nb", 3),
+              static_cast<int>((GuiDraw::font()->glyphs['a'].xadvance + GuiDraw::font()->glyphs['\n'].xadvance +
+                                GuiDraw::font()->glyphs['b'].xadvance) *
+                                   GuiDraw::textScale() +
+                               0.5f));
+
+    // Clips nest as intersections; a box outside leaves an empty entry, and
+    // the scissor it gives has no negative size.
+    GuiDraw::resetClip(0, 0, 200, 100);
+    ScnBox a;
+    a.min[0] = 10, a.min[1] = 20, a.max[0] = 150, a.max[1] = 300;
+    GuiDraw::pushClip(a, 2, 3);
+    const float* top = GuiDraw::clipTop();
+    EXPECT_EQ((std::array<float, 4>{top[0], top[1], top[2], top[3]}), (std::array<float, 4>{12, 23, 148, 100}));
+    ScnBox outside;
+    outside.min[0] = 500, outside.min[1] = 500, outside.max[0] = 600, outside.max[1] = 600;
+    GuiDraw::pushClip(outside, 0, 0);
+    GLint scissor[4] = {};
+    glGetIntegerv(GL_SCISSOR_BOX, scissor);
+    EXPECT_EQ(scissor[2], 0);
+    EXPECT_EQ(scissor[3], 0);
+    EXPECT_EQ(GuiDraw::clipDepth(), 2);
+    GuiDraw::popClip();
+    glGetIntegerv(GL_SCISSOR_BOX, scissor);
+    EXPECT_EQ((std::array<int, 4>{scissor[0], scissor[1], scissor[2], scissor[3]}),
+              (std::array<int, 4>{12, 23, 137, 78}))
+        << "a pop adds 1.1 to the size";
+    GuiDraw::popClip();
+    EXPECT_EQ(GuiDraw::clipDepth(), 0);
+
+    // A fill is two triangles moved inward by the inset and 0.1.
+    GuiDraw::setColor(GuiDraw::palette(GuiDraw::Window));
+    GuiDraw::fillRect(a, 1, 1);
+    EXPECT_EQ(GuiDraw::triangleVertices(), 6);
+    GuiDraw::bevel(a, GuiDraw::Sunken);
+    EXPECT_EQ(GuiDraw::lineVertices(), 16);
+    EXPECT_EQ(std::vector<float>(GuiDraw::color(), GuiDraw::color() + 3),
+              std::vector<float>(GuiDraw::palette(GuiDraw::Light3D), GuiDraw::palette(GuiDraw::Light3D) + 3))
+        << "a sunken bevel ends with 3DLIGHT";
+    GuiDraw::flush();
+    EXPECT_EQ(GuiDraw::triangleVertices() + GuiDraw::lineVertices(), 0);
 }

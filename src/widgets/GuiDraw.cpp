@@ -9,7 +9,6 @@
 #include "memory/MemFont.h"
 #include "platform/GlContext.h"
 #include "render/ScnShader.h"
-#include "runtime/AppGlobal.h"
 
 namespace {
 
@@ -107,7 +106,6 @@ struct State {
     unsigned buffers[3] = {};  // positions, colours, texture coordinates
     unsigned vao = 0;
     MemTypeFont* font = nullptr;
-    std::string fontWorkspace;  // the workspace whose font was tried last
     float palette[GuiDraw::PaletteSize][4] = {};
 };
 
@@ -198,12 +196,17 @@ void scissorOf(const float* c, float extra)
 
 void GuiDraw::init()
 {
-    // A font missing from one workspace is not looked for again until
-    // another workspace is entered.
-    if (!s.font && s.fontWorkspace != AppGlobal::projectPath()) {
-        s.fontWorkspace = AppGlobal::projectPath();
-        s.font = memFontByName("GUI.png");
-    }
+    loadFont();
+    buildPrograms();
+}
+
+void GuiDraw::loadFont()
+{
+    if (!s.font) s.font = memFontByName("GUI.png");
+}
+
+void GuiDraw::buildPrograms()
+{
     if (s.flat && s.flat->program) return;
     if (!GlContext::ready()) return;
     shutdown();

@@ -23,10 +23,13 @@ enum Colour {
 };
 float* palette(Colour which);
 
-// Compiles the three programs and loads the font "GUI.png" of the workspace;
-// without a GL context only the font and cell state stand. Again after a
-// failed start it tries once more.
+// Loads the font and builds the programs.
 void init();
+// Loads the font "GUI.png" of the workspace when there is none yet.
+void loadFont();
+// Compiles the three programs, unless they stand; nothing without a
+// current GL context (a root's create tries again).
+void buildPrograms();
 // The programs, buffers and font are given back (the end of the process or
 // of a test's context).
 void shutdown();

@@ -190,7 +190,7 @@ void GuiRoot::onCreate(ScnAction& action)
         ScnGroup::onCreate(action);
         return;
     }
-    GuiDraw::init();
+    GuiDraw::buildPrograms();
     makePicture();
     invalidateAll();
     rebuildPalette();

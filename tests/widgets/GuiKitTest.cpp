@@ -41,6 +41,10 @@ protected:
         const std::filesystem::path to = std::filesystem::path(m_ws.path()) / "data/textures/font";
         std::filesystem::create_directories(to);
         for (const char* f : {"GUI.png", "GUI.txt"}) std::filesystem::copy_file(from / f, to / f);
+        // The program's start found no workspace font; this one has it.
+        GlScope gl;
+        ASSERT_TRUE(gl.ok());
+        GuiDraw::loadFont();
         GlContext* c = GlContext::active();
         m_doc.setView(c->width(), c->height(), true);
         InputState::instance().clear();
@@ -464,7 +468,6 @@ TEST_F(Kit, DrawingLayerEdgeCases)
 {
     GlScope gl;
     ASSERT_TRUE(gl.ok());
-    GuiDraw::init();
     ASSERT_NE(GuiDraw::font(), nullptr);
     GuiDraw::flush();
     const float depth = GuiDraw::depth();

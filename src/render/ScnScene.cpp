@@ -20,6 +20,8 @@
 #include "runtime/CmdNodes.h"
 #include "runtime/RtnSelection.h"
 #include "runtime/ScnLua.h"
+#include "widgets/GuiActionEvent.h"
+#include "widgets/GuiActionRender.h"
 #include "widgets/GuiRoot.h"
 #include "widgets/InputState.h"
 
@@ -505,7 +507,7 @@ ScnNode* step(CmdApplication& app, int width, int height, bool showGui)
     s_stats.luaCollect = since(t);
 
     // 2. Widget events, while the GUI is shown.
-    ScnActionEvent guiEvent(camera);
+    GuiActionEvent guiEvent(camera);
     if (showGui && gui) guiEvent.apply(gui);
 
     // 3. World events, then the focus distance from the selection or the world.
@@ -536,7 +538,7 @@ ScnNode* step(CmdApplication& app, int width, int height, bool showGui)
 
     // 8. The widget tree on top.
     if (drawing && showGui && gui) {
-        ScnActionRender guiRender(camera, width, height);
+        GuiActionRender guiRender(camera, width, height);
         auto* root = dynamic_cast<GuiRoot*>(gui);
         glViewport(0, 0, root ? root->dim0.value : width, root ? root->dim1.value : height);
         glDisable(GL_CULL_FACE);

@@ -90,18 +90,6 @@ void OclDevice::setName(const std::string& text)
     publish(this);
 }
 
-void GuiRoot::onCreate(ScnAction& action)
-{
-    publish(this);
-    ScnGroup::onCreate(action);
-}
-
-void GuiRoot::onDestroy(ScnAction& action)
-{
-    withdraw(this, getName());
-    ScnGroup::onDestroy(action);
-}
-
 void RtnGroup::onCreate(ScnAction& action)
 {
     publish(this);

@@ -25,6 +25,7 @@
 #include "runtime/Clock.h"
 #include "runtime/RtnApplication.h"
 #include "runtime/RtnDocument.h"
+#include "widgets/InputScript.h"
 
 namespace {
 
@@ -32,7 +33,7 @@ int usage()
 {
     std::fprintf(stderr,
                  "usage: velmora-run [--frames N] [--start] [--save OUT] [--realtime] [--full-gc] [--size WxH] [--png OUT.png] "
-                 "[--viewpoint N] [--movie OUT.mp4] WORKSPACE [APP]\n"
+                 "[--viewpoint N] [--movie OUT.mp4] [--input EVENTS.txt] WORKSPACE [APP]\n"
                  "       velmora-run --info\n");
     return 2;
 }
@@ -114,6 +115,7 @@ int run(int argc, char** argv)
     std::string save, workspace, app, png, movieFile;
     int width = 1024, height = 768;
     long viewpoint = -1;
+    InputScript input;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         if (a == "--frames" && i + 1 < argc) {
@@ -138,6 +140,12 @@ int run(int argc, char** argv)
             png = absolute(argv[++i]);
         } else if (a == "--movie" && i + 1 < argc) {
             movieFile = absolute(argv[++i]);
+        } else if (a == "--input" && i + 1 < argc) {
+            std::string why;
+            if (!input.load(argv[++i], why)) {
+                std::fprintf(stderr, "velmora-run: %s\n", why.c_str());
+                return 2;
+            }
         } else if (!a.empty() && a[0] == '-') {
             return usage();
         } else if (workspace.empty()) {
@@ -209,6 +217,8 @@ int run(int argc, char** argv)
     }
 
     for (long f = 0; f < frames; ++f) {
+        // Timed input reaches the table before the frame samples it.
+        input.feed(f + 1);
         uint32_t delay = doc.tick();
         drain();
         if (movie.isOpen()) {

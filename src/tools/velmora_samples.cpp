@@ -10,6 +10,8 @@
 #include "render/ScnShader.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/RtnApplication.h"
+#include "widgets/GuiControls.h"
+#include "widgets/GuiRoot.h"
 
 namespace {
 
@@ -106,6 +108,7 @@ bool writeCompute(const std::string& folder)
 bool writeParticles(const std::string& folder)
 {
     RtnApplication app;
+    app.viewpoints.values[0] = app.camera.node.matrix.value;
     auto* platform = new OclPlatform;
     platform->name = "particles";
     auto* program = new OclProgram;
@@ -166,6 +169,42 @@ bool writeParticles(const std::string& folder)
     RtnMFRef::s_root = &app;
     std::string error;
     bool ok = app.writeFile(folder + "/particles.3Dm", error);
+
+// A label and a button in the widget branch. The button is the token of a
+// register: a press counts, shows the count in the label and prints where
+// on the button it landed; the release prints too.
+bool writeUi(const std::string& folder)
+{
+    RtnApplication app;
+    app.viewpoints.values[0] = app.camera.node.matrix.value;
+    app.luaglobal = "presses = 0\n";
+    GuiRoot& root = app.gui.node;
+    auto* label = new GuiLabel;
+    label->name = "caption";
+    label->text = "Press Go";
+    label->position = ScnVec3{40, 600, 0};
+    label->size = ScnVec3{300, 30, 0};
+    root.append(label);
+    auto* button = new GuiButton;
+    button->name = "go";
+    button->text = "Go";
+    button->position = ScnVec3{40, 540, 0};
+    button->size = ScnVec3{100, 30, 0};
+    root.append(button);
+
+    auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    RtnRegister* r = main->createRegister(0);
+    button->addEvents(r->functions);
+    r->functions.setCode(GuiButton::OnDown,
+                         "presses = presses + 1\n"
+                         "Gui.caption:setText(\"Pressed \" .. presses .. \" times\")\n"
+                         "print(\"down on \" .. event:getName() .. \" at \" .. sio.getMouseX(event) .. \",\" .. "
+                         "sio.getMouseY(event))\n");
+    r->functions.setCode(GuiButton::OnUp, "print(\"up, \" .. presses .. \" presses\")\n");
+    r->marking.append(button);
+    RtnMFRef::s_root = &app;
+    std::string error;
+    bool ok = app.writeFile(folder + "/ui.3Dm", error);
     RtnMFRef::s_root = nullptr;
     if (!ok) std::fprintf(stderr, "velmora-samples: %s\n", error.c_str());
     return ok;
@@ -188,5 +227,6 @@ int main(int argc, char** argv)
     const bool hello = writeHello(folder);
     const bool compute = writeCompute(folder);
     const bool particles = writeParticles(folder);
-    return hello && compute && particles ? 0 : 1;
+    const bool ui = writeUi(folder);
+    return hello && compute && particles && ui ? 0 : 1;
 }

@@ -11,6 +11,7 @@
 #include "node/ScnNode.h"
 
 struct lua_State;
+class GuiActionEvent;
 template <class T>
 class ScnLuaClass;
 
@@ -41,6 +42,29 @@ public:
     // From `position` to `position` + `size`, in all three components.
     ScnBox computeBounds() const override;
 
+    // Widget event walk: the action goes on to the later siblings first and
+    // the widget serves itself when they are done, so the last sibling (the
+    // one drawn on top) is served first. A group serves its children before
+    // itself. Other walks are those of the base.
+    void onEvent(ScnAction& action) override;
+    void afterWalkOn(ScnAction& action, void* saved, int flag) override;
+    // Draws when visible, then goes on (a group to its children first).
+    void onRender(ScnAction& action) override;
+    // Tells the current root that the widget's box must be drawn again;
+    // nothing while hidden.
+    void invalidate();
+
+protected:
+    // What the widget does with the pass once the later siblings are served,
+    // with its box up to date. A component offers itself as hover.
+    virtual void serveEvent(GuiActionEvent& action);
+    // Offers the widget as hover: selectable, in an open window, nothing
+    // chosen yet in this pass and the mouse inside.
+    void offerHover(GuiActionEvent& action);
+    // The widget's own drawing; a bare component draws nothing.
+    virtual void draw() {}
+
+public:
     // Script method setVisible(flag).
     static void addLuaMethods(ScnLuaClass<GuiComponent>& c);
     int luaSetVisible(lua_State* L);

@@ -1,6 +1,19 @@
 #include "widgets/GuiControls.h"
 
+#include <GL/glew.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include <lua.hpp>
+
+#include "platform/GlContext.h"
+#include "runtime/Clock.h"
+#include "runtime/ScnLua.h"
+#include "widgets/GuiActionEvent.h"
 #include "widgets/GuiDraw.h"
+#include "widgets/GuiRoot.h"
+#include "widgets/InputState.h"
 
 namespace {
 // Default sizes are counted in cells of the present cell size.
@@ -32,6 +45,47 @@ void GuiButton::removeEvents(ScnMFFunction& f)
     guiRemoveEvents(f, kEvents);
 }
 
+void GuiButton::serveEvent(GuiActionEvent& action)
+{
+    if (!Engine::running || action.handled) {
+        offerHover(action);
+        return;
+    }
+    const InputState& in = InputState::instance();
+    if (m_pressed) {
+        // The press captured the button: the release counts wherever the
+        // mouse is, and nothing behind the button sees the mouse meanwhile.
+        if (in.leftButton & (InputState::Held | InputState::WentDown)) {
+            notify(OnPressed);
+        } else {
+            m_pressed = false;
+            notify(OnUp);
+            invalidate();
+        }
+        action.handled = true;
+    } else if ((in.leftButton & InputState::WentDown) && GuiActionEvent::mouseInside(getBounds())) {
+        m_pressed = true;
+        notify(OnDown);
+        invalidate();
+        action.handled = true;
+    }
+}
+
+void GuiButton::draw()
+{
+    ScnBox box = getBounds();
+    GuiDraw::setColor(GuiDraw::palette(GuiDraw::Face3D));
+    GuiDraw::fillRect(box, 2, 2);
+    // A pressed face shows its caption one pixel right and down.
+    const double shift = m_pressed ? 1 : 0;
+    const double w = box.max[0] - box.min[0], h = box.max[1] - box.min[1];
+    const int length = static_cast<int>(text.value.size());
+    GuiDraw::setColor(GuiDraw::palette(GuiDraw::Text));
+    GuiDraw::text(std::floor(box.min[0] + shift + w / 2 - GuiDraw::textWidth(text.value.c_str(), length) / 2.0),
+                  std::floor(box.min[1] - shift + h / 2 - 4), text.value.c_str(), length);
+    GuiDraw::bevel(box, m_pressed ? GuiDraw::Sunken : GuiDraw::Raised);
+}
+
 GuiCheckbox::GuiCheckbox() : GuiComponent("check", 60, cell(), true) {}
 
 void GuiCheckbox::addEvents(ScnMFFunction& f)
@@ -59,7 +113,184 @@ void GuiRadioButton::removeEvents(ScnMFFunction& f)
 
 GuiLabel::GuiLabel() : GuiComponent("text", 120, cell() + 4, true) {}
 
+void GuiLabel::setText(const std::string& value)
+{
+    text = value;
+    invalidate();
+}
+
+void GuiLabel::addLuaMethods(ScnLuaClass<GuiLabel>& c)
+{
+    c.add("setText", &GuiLabel::luaSetText);
+}
+
+int GuiLabel::luaSetText(lua_State* L)
+{
+    if (lua_type(L, 1) == LUA_TSTRING) setText(lua_tostring(L, 1));
+    return 0;
+}
+
+void GuiLabel::serveEvent(GuiActionEvent& action)
+{
+    if (!Engine::running) offerHover(action);
+}
+
+void GuiLabel::draw()
+{
+    const ScnBox& box = getBounds();
+    if (style.value & 1) {
+        GuiDraw::setColor(GuiDraw::palette(GuiDraw::Window));
+        GuiDraw::fillRect(box, 0, 0);
+        GuiDraw::flush();
+    }
+    GuiDraw::pushClip(box, 0, 0);
+    GuiDraw::setColor(GuiDraw::palette(GuiDraw::Text));
+    GuiDraw::text(box.min[0] + 4, box.max[1] - 6 - GuiDraw::textHeight(), text.value.c_str(),
+                  static_cast<int>(text.value.size()));
+    GuiDraw::popClip();
+}
+
 GuiInput::GuiInput() : GuiComponent("input", 120, cell() + 4, true) {}
+
+GuiInput::~GuiInput()
+{
+    if (GuiRoot::focus() == this) GuiRoot::setFocus(nullptr);
+}
+
+void GuiInput::setText(const std::string& value)
+{
+    text = value;
+    m_cursor = std::min<int>(m_cursor, static_cast<int>(text.value.size()));
+    invalidate();
+}
+
+void GuiInput::addLuaMethods(ScnLuaClass<GuiInput>& c)
+{
+    c.add("setText", &GuiInput::luaSetText);
+    c.add("getText", &GuiInput::luaGetText);
+}
+
+int GuiInput::luaSetText(lua_State* L)
+{
+    if (lua_type(L, 1) == LUA_TSTRING) setText(lua_tostring(L, 1));
+    return 0;
+}
+
+int GuiInput::luaGetText(lua_State* L)
+{
+    lua_pushlstring(L, text.value.data(), text.value.size());
+    return 1;
+}
+
+int GuiInput::characterAt(double x) const
+{
+    double offset = x - getBounds().min[0];
+    const std::string& s = text.value;
+    for (int i = 0; i < static_cast<int>(s.size()); ++i) {
+        offset -= GuiDraw::textWidth(s.c_str() + i, 1);
+        if (offset < 0) return i;
+    }
+    return static_cast<int>(s.size());
+}
+
+void GuiInput::serveEvent(GuiActionEvent& action)
+{
+    if (!Engine::running || action.handled) {
+        offerHover(action);
+        return;
+    }
+    const InputState& in = InputState::instance();
+    if (in.leftButton & (InputState::WentDown | InputState::DoubleClick)) {
+        if (GuiActionEvent::mouseInside(getBounds())) {
+            if (GuiRoot::focus() != this) GuiRoot::setFocus(this);
+            m_cursor = characterAt(in.mouseX);
+            invalidate();
+            action.handled = true;
+        } else if (GuiRoot::focus() == this) {
+            GuiRoot::setFocus(nullptr);
+            invalidate();
+        }
+        return;
+    }
+    if (GuiRoot::focus() != this) return;
+    takeKeys();
+    if (in.keys[132] & InputState::WentDown) notify(OnEnter);
+    m_cursorOffset = text.value.empty() ? 1 : GuiDraw::textWidth(text.value.c_str(), m_cursor) + 1;
+    // Every frame: the cursor blinks.
+    invalidate();
+    action.handled = true;
+}
+
+bool GuiInput::repeat(int code, int delay)
+{
+    if (m_lastKey != code) {
+        m_lastKey = code;
+        m_counter = delay;
+        return true;
+    }
+    if (m_counter <= 0) {
+        m_counter = delay;
+        return true;
+    }
+    --m_counter;
+    return false;
+}
+
+void GuiInput::takeKeys()
+{
+    const InputState& in = InputState::instance();
+    auto printable = [](int k) {
+        return (k >= 'a' && k <= 'z') || (k >= 'A' && k <= 'Z') || (k >= '0' && k <= '9') || k == ' ' ||
+               (k >= 43 && k <= 46);
+    };
+    int key = -1;
+    for (int k = 0; k < InputState::kKeys && key < 0; ++k)
+        if ((in.keys[k] & InputState::WentDown) && printable(k)) key = k;
+    std::string& s = text.value;
+    auto held = [&](int code) { return (in.keys[code] & (InputState::Held | InputState::WentDown)) != 0; };
+    if (key >= 0) {
+        if (repeat(key, 11)) {
+            s.insert(s.begin() + m_cursor, static_cast<char>(key));
+            ++m_cursor;
+        }
+    } else if (held(129)) {  // BACKSPACE
+        if (repeat(129, 11) && m_cursor > 0) s.erase(static_cast<size_t>(--m_cursor), 1);
+    } else if (held(InputState::KeyLeft)) {
+        if (repeat(InputState::KeyLeft, 15) && m_cursor > 0) --m_cursor;
+    } else if (held(InputState::KeyRight)) {
+        if (repeat(InputState::KeyRight, 15) && m_cursor < static_cast<int>(s.size())) ++m_cursor;
+    } else if (held(127)) {  // DELETE
+        if (repeat(127, 15) && m_cursor < static_cast<int>(s.size())) s.erase(static_cast<size_t>(m_cursor), 1);
+    } else {
+        m_lastKey = 0;
+        m_counter = 11;
+    }
+}
+
+void GuiInput::draw()
+{
+    const ScnBox& box = getBounds();
+    if (style.value & 1) {
+        GuiDraw::setColor(GuiDraw::palette(GuiDraw::Window));
+        GuiDraw::fillRect(box, 0, 0);
+    }
+    if (GuiRoot::focus() == this && GuiRoot::blink() >= 0) {
+        GuiDraw::flush();
+        const double x = box.min[0] + 2 + m_cursorOffset + 1;
+        GuiDraw::lower(0.001f);
+        GuiDraw::setColor(0, 0, 0, GuiDraw::opacity());
+        GuiDraw::line(x, box.min[1] + 3, x, box.max[1] - 3);
+        GuiDraw::lower(-0.001f);
+        if (GlContext::ready()) glLineWidth(2);
+        GuiDraw::flush();
+        if (GlContext::ready()) glLineWidth(1);
+    }
+    GuiDraw::pushClip(box, 2, 2);
+    GuiDraw::setColor(GuiDraw::palette(GuiDraw::Text));
+    GuiDraw::text(box.min[0] + 3, box.min[1] + 5, text.value.c_str(), static_cast<int>(text.value.size()));
+    GuiDraw::popClip();
+    GuiDraw::bevel(box, GuiDraw::Sunken);
+}
 
 void GuiInput::addEvents(ScnMFFunction& f)
 {

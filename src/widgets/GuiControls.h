@@ -3,6 +3,8 @@
 // declared here, which is their order in a file.
 #pragma once
 
+#include <string>
+
 #include "widgets/GuiComponent.h"
 
 class GuiButton : public GuiComponent<ScnNode> {
@@ -14,8 +16,19 @@ public:
     ScnSFString image{this, "Image"};
 
     static constexpr const char* kEvents[] = {"OnDown", "OnUp", "OnPressed"};
+    enum Event { OnDown = 3, OnUp = 4, OnPressed = 5 };
     void addEvents(ScnMFFunction& functions) override;
     void removeEvents(ScnMFFunction& functions) override;
+
+    // Between a press inside and the release, wherever the mouse goes.
+    bool pressed() const { return m_pressed; }
+
+protected:
+    void serveEvent(GuiActionEvent& action) override;
+    void draw() override;
+
+private:
+    bool m_pressed = false;
 };
 
 class GuiCheckbox : public GuiComponent<ScnNode> {
@@ -46,6 +59,16 @@ public:
     ScnSFString text{this, "Text"};
     // Bit 1: the background is filled.
     ScnSFUInt style{this, "style", 1};
+
+    // Replaces the text and repaints; a non-string is ignored.
+    void setText(const std::string& value);
+    static void addLuaMethods(ScnLuaClass<GuiLabel>& c);
+    int luaSetText(lua_State* L);
+
+protected:
+    // A label takes no press: found as hover only while editing.
+    void serveEvent(GuiActionEvent& action) override;
+    void draw() override;
 };
 
 class GuiInput : public GuiComponent<ScnNode> {
@@ -56,8 +79,39 @@ public:
     ScnSFUInt style{this, "style", 1};
 
     static constexpr const char* kEvents[] = {"OnEnter"};
+    enum Event { OnEnter = 3 };
     void addEvents(ScnMFFunction& functions) override;
     void removeEvents(ScnMFFunction& functions) override;
+    ~GuiInput() override;
+
+    // Replaces the text and repaints; a non-string is ignored.
+    void setText(const std::string& value);
+    static void addLuaMethods(ScnLuaClass<GuiInput>& c);
+    int luaSetText(lua_State* L);
+    int luaGetText(lua_State* L);
+
+    // The root hands the focus widget the pass before its walk: a press
+    // outside lets focus go, keys are taken while it stays.
+    void serveFocus(GuiActionEvent& action) { serveEvent(action); }
+    int cursor() const { return m_cursor; }
+    // The index of the character under pixel `x` of the view.
+    int characterAt(double x) const;
+
+protected:
+    void serveEvent(GuiActionEvent& action) override;
+    void draw() override;
+
+private:
+    // Edits by the keys of this frame, with the repeat counter.
+    void takeKeys();
+    // A held key acts at once when it is new, then each time the counter
+    // has run down from `delay`.
+    bool repeat(int code, int delay);
+
+    int m_cursor = 0;
+    int m_lastKey = 0;
+    int m_counter = 11;
+    int m_cursorOffset = 1;  // pixels from the text's start
 };
 
 // A read-only text pane.

@@ -6,13 +6,17 @@
 #include "widgets/GuiContainers.h"
 #include "widgets/GuiControls.h"
 #include "widgets/GuiMenus.h"
+#include "widgets/GuiDraw.h"
 #include "widgets/GuiRoot.h"
+#include "widgets/SioModule.h"
 
 void GuiGlobal::init()
 {
     VTRACE("GuiGlobal::init()-start");
+    ScnLua::openModule(SioModule::open, "sio");
     {
         ScnLua::GcPause gc;
+        GuiDraw::init();
         ScnLua::registerNode<GuiComponent<ScnNode>>(&ScnNode::s_type, "GuiComponent<ScnNode>", 2);
         ScnLua::registerNode<GuiComponent<ScnGroup>>(&ScnGroup::s_type, "GuiComponent<ScnGroup>", 2);
         ScnLua::registerNode<GuiRoot>(&ScnGroup::s_type, "GuiRoot", 2);

@@ -1,4 +1,5 @@
-// Start of the widget module: its node classes.
+// Start of the widget module: the `sio` module, the drawing layer (programs
+// and font) and the node classes.
 #pragma once
 
 namespace GuiGlobal {

@@ -8,9 +8,47 @@ class GuiRoot : public ScnGroup {
 public:
     GuiRoot();
 
-    // Published as a script global under its name, also along a path.
+    ~GuiRoot() override;
+
+    // Create makes the picture and publishes the root as a script global;
+    // destroy gives both back. Passing through on a path does neither.
     void onCreate(ScnAction& action) override;
     void onDestroy(ScnAction& action) override;
+    // Repaints the whole picture; a new dim0 or dim1 makes it anew.
+    void onUpdate(ScnAction& action) override;
+    // Widget event pass (a GuiActionEvent): Ctrl+G while editing, hover,
+    // OnSelect. Other walks are those of a group.
+    void onEvent(ScnAction& action) override;
+    // Redraws the dirty rectangle into the picture, then composites the
+    // picture over the view.
+    void onRender(ScnAction& action) override;
+
+    // The palette from the fields: every colour takes `transparency` as its
+    // alpha but TEXT and HIGHLIGHTTEXT; the fields get it back too.
+    void rebuildPalette();
+    // Unites `box` with the dirty rectangle.
+    void invalidate(const ScnBox& box);
+    void invalidateAll();
+    bool dirtyEmpty() const;
+    const double* dirty() const { return m_dirty; }
+    unsigned pictureTexture() const { return m_texture; }
+    unsigned pictureFramebuffer() const { return m_framebuffer; }
+    bool visible() const { return m_visible; }
+    void setVisible(bool on) { m_visible = on; }
+    // The widget found under the mouse by the last event pass.
+    ScnNode* hover() const { return m_hover; }
+
+    // The root whose walk is under way (null outside one).
+    static GuiRoot* current();
+    static void invalidateCurrent(const ScnBox& box);
+    // The widget that receives keys (an input) or null; it gets the event
+    // pass before the walk.
+    static ScnNode* focus();
+    static void setFocus(ScnNode* widget);
+    // Whether the enclosing window is open; true outside windows.
+    static bool windowOpen();
+    // The text-cursor blink counter: a cursor shows while it is 0 or more.
+    static int blink();
 
     // OnSelect: the pass ended unhandled with something under the mouse.
     static constexpr const char* kEvents[] = {"OnSelect"};
@@ -36,4 +74,13 @@ public:
 
     // Part of the palette but not a field: never stored, keeps its default.
     ScnColor menuHilight{0.2f, 0.6f, 1, 1};
+
+private:
+    void makePicture();
+    void releasePicture();
+
+    double m_dirty[6];
+    unsigned m_framebuffer = 0, m_texture = 0, m_depth = 0;
+    bool m_visible = true;
+    ScnNode* m_hover = nullptr;
 };

@@ -109,11 +109,13 @@ TEST_F(VelmoraRun, ScriptErrorsArePrintedWithTheirLineAndDoNotFailTheRun)
     ASSERT_TRUE(app.writeFile(m_tmp / "broken.3Dm", error)) << error;
     RunResult r = run(m_tmp.path() + " broken.3Dm");
     EXPECT_EQ(r.status, 0) << r.err;
-    // This workspace has no file plug-ins, which the start says first.
+    // This workspace has no file plug-ins and no widget font, which the
+    // start says first.
     const std::string missing = "(video.so): Function 'getFileExt' not found\n"
                                 "(image.so): Function 'getFileExt' not found\n"
                                 "(volume.so): Function 'getFileExt' not found\n"
-                                "(ply.so): Function 'getFileExt' not found\n";
+                                "(ply.so): Function 'getFileExt' not found\n"
+                                "(): Unable to read file GUI.png\n";
     EXPECT_EQ(r.out.rfind(missing, 0), 0u) << r.out;
     EXPECT_EQ(r.out.find("(Main): [string \"processor-global\"]:2:"), missing.size()) << r.out;
     EXPECT_NE(r.out.find(" (line 2)\n"), std::string::npos) << r.out;
@@ -429,4 +431,57 @@ TEST_F(VelmoraRun, InfoNamesPlatformsDevicesTheSharingRoadAndTheGLDriver)
     ASSERT_NE(gl, std::string::npos) << r.out;
     EXPECT_EQ(r.out.find("OpenGL: none"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("(EGL ", gl), std::string::npos) << r.out;
+}
+
+TEST_F(VelmoraRun, TimedInputPressesTheUiSamplesButton)
+{
+    // The button lies at (40, 540) to (140, 570); a press outside it, then
+    // one inside held for two frames.
+    std::ofstream(m_tmp / "input.txt") << "# outside, then on the button\n"
+                                          "2 down left 300 300\n"
+                                          "4 up left 300 300\n"
+                                          "20 move 50 550\n"
+                                          "21 down left 50 552\n"
+                                          "23 up left 90 500\n";
+    RunResult r = run("--frames 25 --start --input " + (m_tmp / "input.txt") + " " + workspace() + " samples/ui.3Dm");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out,
+              "(script): down on go at 10,12\n"
+              "(script): up, 1 presses\n");
+
+    // Without --start the scripts don't run: the widgets take no press.
+    RunResult editing = run("--frames 25 --input " + (m_tmp / "input.txt") + " " + workspace() + " samples/ui.3Dm");
+    ASSERT_EQ(editing.status, 0) << editing.err;
+    EXPECT_EQ(editing.out, "");
+}
+
+TEST_F(VelmoraRun, TheUiSampleShowsItsWidgets)
+{
+    std::string png = m_tmp / "ui.png";
+    RunResult r = run("--frames 2 --start --png " + png + " " + workspace() + " samples/ui.3Dm");
+    ASSERT_EQ(r.status, 0) << r.err;
+    int w = 0, h = 0, n = 0;
+    std::unique_ptr<unsigned char, void (*)(void*)> px(stbi_load(png.c_str(), &w, &h, &n, 4), stbi_image_free);
+    ASSERT_TRUE(px) << png;
+    ASSERT_EQ(w, 1024);
+    // The file runs top down: view row y is file row h - 1 - y. Inside the
+    // label (40..340, 600..630) the fill is WINDOW at 0.9 over the view.
+    auto at = [&](int x, int y) { return px.get() + ((h - 1 - y) * w + x) * 4; };
+    const unsigned char* bg = at(600, 300);
+    const unsigned char* fill = at(330, 605);
+    for (int c = 0; c < 3; ++c) EXPECT_NEAR(fill[c], 0.9 * 255 + 0.1 * bg[c], 3) << c;
+    const unsigned char* outside = at(341, 605);
+    for (int c = 0; c < 3; ++c) EXPECT_EQ(outside[c], bg[c]) << c;
+}
+
+TEST_F(VelmoraRun, ADamagedInputFileIsNamedWithItsLine)
+{
+    std::ofstream(m_tmp / "bad.txt") << "1 move 10 10\n3 press left 5 5\n";
+    RunResult r = run("--frames 2 --input " + (m_tmp / "bad.txt") + " " + workspace() + " samples/ui.3Dm");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err, "velmora-run: " + (m_tmp / "bad.txt") + ": line 2: unknown event \"press\"\n");
+    EXPECT_EQ(r.out, "");
+    RunResult missing = run("--frames 2 --input " + (m_tmp / "none.txt") + " " + workspace() + " samples/ui.3Dm");
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_EQ(missing.err, "velmora-run: cannot read input file " + (m_tmp / "none.txt") + "\n");
 }

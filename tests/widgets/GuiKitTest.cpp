@@ -1,0 +1,525 @@
+// The widget kit in the frame step with Mesa: where widgets land in the view,
+// in which colours, with the font; what a press does to a button and its
+// register; what the root finds under the mouse; what `sio` reports; and that
+// a steady frame with widgets allocates nothing.
+#include <GL/glew.h>
+
+#include <array>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <lua.hpp>
+
+#include "platform/GlContext.h"
+#include "runtime/CmdNodes.h"
+#include "runtime/ScnLua.h"
+#include "runtime/RtnApplication.h"
+#include "support/AllocationCounter.h"
+#include "support/DocumentFixture.h"
+#include "memory/MemFont.h"
+#include "widgets/GuiControls.h"
+#include "widgets/GuiDraw.h"
+#include "widgets/GuiRoot.h"
+#include "widgets/InputState.h"
+
+namespace {
+
+using Pixel = std::array<int, 4>;
+
+class Kit : public DocumentFixture {
+protected:
+    void SetUp() override
+    {
+        DocumentFixture::SetUp();
+        ASSERT_NE(GlContext::active(), nullptr) << "no headless OpenGL context (Mesa's EGL is needed)";
+        const std::filesystem::path from = std::filesystem::path(VELMORA_BIN_DIR) / "workspace/data/textures/font";
+        ASSERT_TRUE(std::filesystem::exists(from / "GUI.png")) << "the build renders the fonts into " << from;
+        const std::filesystem::path to = std::filesystem::path(m_ws.path()) / "data/textures/font";
+        std::filesystem::create_directories(to);
+        for (const char* f : {"GUI.png", "GUI.txt"}) std::filesystem::copy_file(from / f, to / f);
+        // The program's start found no workspace font; this one has it.
+        GlScope gl;
+        ASSERT_TRUE(gl.ok());
+        GuiDraw::loadFont();
+        GlContext* c = GlContext::active();
+        m_doc.setView(c->width(), c->height(), true);
+        InputState::instance().clear();
+        m_cellSize = GuiDraw::cellSize();
+    }
+    void TearDown() override
+    {
+        InputState::instance().clear();
+        GuiDraw::setCellSize(m_cellSize);
+        DocumentFixture::TearDown();
+    }
+
+    // A root the size of the view with a label at (20, 30), 100 by 40, and a
+    // button at (150, 100), 60 by 30. Register 0 holds the root (OnSelect
+    // prints), register 1 the button (its three events print).
+    void open(const std::function<void(RtnApplication&)>& edit = {})
+    {
+        RtnApplication app;
+        GlContext* c = GlContext::active();
+        GuiRoot& root = app.gui.node;
+        root.dim0 = c->width();
+        root.dim1 = c->height();
+        auto* label = new GuiLabel();
+        label->name = "caption";
+        label->position = ScnVec3{20, 30, 0};
+        label->size = ScnVec3{100, 40, 0};
+        root.append(label);
+        auto* button = new GuiButton();
+        button->name = "go";
+        button->text = "Go";
+        button->position = ScnVec3{150, 100, 0};
+        button->size = ScnVec3{60, 30, 0};
+        root.append(button);
+        if (edit) edit(app);
+
+        auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+        RtnRegister* r0 = p->createRegister(0);
+        root.addEvents(r0->functions);
+        r0->functions.setCode(3, "print('select ' .. event:getName() .. ' at ' .. sio.getMouseX() .. ',' .. "
+                                 "sio.getMouseY())");
+        r0->marking.append(&root);
+        RtnRegister* r1 = p->createRegister(1);
+        button->addEvents(r1->functions);
+        r1->functions.setCode(GuiButton::OnDown, "print('down ' .. event:getName() .. ' ' .. sio.getMouseX(event) .. ',' .. "
+                                                     "sio.getMouseY(event))");
+        r1->functions.setCode(GuiButton::OnUp, "print('up ' .. event:getName())");
+        r1->functions.setCode(GuiButton::OnPressed, "print('held ' .. event:getName())");
+        r1->marking.append(button);
+
+        std::string error;
+        RtnMFRef::s_root = &app;
+        ASSERT_TRUE(app.writeFile(m_ws / "ui.3Dm", error)) << error;
+        RtnMFRef::s_root = nullptr;
+        ASSERT_TRUE(m_doc.open("ui.3Dm", error)) << error;
+        drain();
+    }
+    void tick()
+    {
+        m_doc.tick();
+        m_clock.advance(25);
+    }
+    // Lets the double-click time pass, so that the next press is a single one.
+    void pause()
+    {
+        for (int i = 0; i < 10; ++i) tick();
+    }
+    int m_cellSize = 19;
+    GuiRoot* root() { return dynamic_cast<GuiRoot*>(m_doc.runtime()->branch(CmdApplication::Gui)); }
+    ScnNode* widget(const char* name) { return root()->findChild(name); }
+
+    static Pixel pixelAt(int x, int y)
+    {
+        GlContext* c = GlContext::active();
+        std::vector<uint8_t> f = c->readFrame();
+        if (f.empty()) return Pixel{-1, -1, -1, -1};
+        const uint8_t* q = f.data() + (static_cast<size_t>(y) * c->width() + x) * 4;
+        return Pixel{q[0], q[1], q[2], q[3]};
+    }
+    // Dark pixels (text) in a rectangle of the view.
+    static int darkIn(int x0, int y0, int x1, int y1, int below)
+    {
+        GlContext* c = GlContext::active();
+        std::vector<uint8_t> f = c->readFrame();
+        int n = 0;
+        for (int y = y0; y < y1; ++y)
+            for (int x = x0; x < x1; ++x)
+                if (f[(static_cast<size_t>(y) * c->width() + x) * 4] < below) ++n;
+        return n;
+    }
+    // What a picture colour of (c, alpha) gives over the background b.
+    static int over(float c, float alpha, int b) { return static_cast<int>(c * alpha * 255 + (1 - alpha) * b + 0.5f); }
+};
+
+void expectNear(const Pixel& got, const std::array<int, 3>& want, const char* what)
+{
+    for (int i = 0; i < 3; ++i) EXPECT_NEAR(got[i], want[i], 3) << what << " channel " << i;
+}
+
+}  // namespace
+
+TEST_F(Kit, WidgetsLandAtTheirPlacesInPaletteColoursWithTheRootsOpacity)
+{
+    open([](RtnApplication& app) { app.gui.node.window = ScnColor{1, 0.5f, 0, 1}; });
+    m_doc.toggleSimulation();
+    tick();
+    const Pixel bg = pixelAt(5, 5);
+    // The label's fill is WINDOW with transparency 0.9 as alpha, over what
+    // the world left there. Its corners are inside, one pixel beyond is not.
+    for (auto [x, y] : {std::pair{20, 30}, {119, 69}, {25, 35}}) {
+        expectNear(pixelAt(x, y), {over(1, 0.9f, bg[0]), over(0.5f, 0.9f, bg[1]), over(0, 0.9f, bg[2])}, "label fill");
+    }
+    for (auto [x, y] : {std::pair{19, 30}, {20, 29}, {120, 50}, {60, 70}})
+        expectNear(pixelAt(x, y), {bg[0], bg[1], bg[2]}, "outside the label");
+
+    // The button: 3DFACE inside a raised bevel; the bevel's left edge is
+    // 3DHIGHLIGHT, its bottom edge 3DDKSHADOW.
+    const float face = 0.941176f, dark = 0.411765f;
+    expectNear(pixelAt(155, 125), {over(face, 0.9f, bg[0]), over(face, 0.9f, bg[1]), over(face, 0.9f, bg[2])}, "face");
+    expectNear(pixelAt(150, 115), {over(1, 0.9f, bg[0]), over(1, 0.9f, bg[1]), over(1, 0.9f, bg[2])}, "bevel left");
+    expectNear(pixelAt(180, 100), {over(dark, 0.9f, bg[0]), over(dark, 0.9f, bg[1]), over(dark, 0.9f, bg[2])},
+               "bevel bottom");
+    expectNear(pixelAt(149, 115), {bg[0], bg[1], bg[2]}, "left of the button");
+}
+
+TEST_F(Kit, TransparencyAndCellSizeComeFromTheRoot)
+{
+    open([](RtnApplication& app) {
+        app.gui.node.transparency = 0.5f;
+        app.gui.node.cellSize = 24;
+    });
+    m_doc.toggleSimulation();
+    tick();
+    const Pixel bg = pixelAt(5, 5);
+    expectNear(pixelAt(25, 35), {over(1, 0.5f, bg[0]), over(1, 0.5f, bg[1]), over(1, 0.5f, bg[2])}, "half opaque");
+    EXPECT_EQ(GuiDraw::cellSize(), 24);
+    // TEXT keeps its own alpha, the other colours take the opacity.
+    EXPECT_FLOAT_EQ(GuiDraw::palette(GuiDraw::Text)[3], 1.0f);
+    EXPECT_FLOAT_EQ(GuiDraw::palette(GuiDraw::Face3D)[3], 0.5f);
+    EXPECT_FLOAT_EQ(GuiDraw::palette(GuiDraw::HighlightText)[3], 0.5f);
+    EXPECT_FLOAT_EQ(root()->window.value.a, 0.5f) << "the fields get the opacity back";
+}
+
+TEST_F(Kit, TextIsDrawnWithTheFontInsideItsWidget)
+{
+    open([](RtnApplication& app) {
+        static_cast<GuiLabel*>(app.gui.node.getChild(0))->text = "Hello";
+    });
+    ASSERT_NE(GuiDraw::font(), nullptr) << "GUI.png of the workspace";
+    m_doc.toggleSimulation();
+    tick();
+    // Text starts 4 pixels in and hangs from 6 below the top.
+    const int inLabel = darkIn(20, 30, 120, 70, 100);
+    EXPECT_GT(inLabel, 20) << "glyphs of \"Hello\" in TEXT";
+    EXPECT_EQ(darkIn(20, 30, 24, 70, 100), 0) << "nothing left of the text's start";
+    EXPECT_GT(darkIn(24, 30, 24 + GuiDraw::textWidth("Hello", 5), 70, 100), inLabel * 9 / 10)
+        << "the text lies within its measured width";
+    EXPECT_GT(darkIn(152, 102, 208, 128, 150), 5) << "the button's caption";
+
+    // setText repaints with the new text: a longer one covers more.
+    lua_State* L = AppGlobal::luaState();
+    ScnLua::setGlobalNode(L, "caption", widget("caption"));
+    ASSERT_EQ(luaL_dostring(L, "caption:setText('Hello, wide world') caption:setText(42)"), 0) << lua_tostring(L, -1);
+    ScnLua::clearGlobalNode(L, "caption");
+    tick();
+    EXPECT_GT(darkIn(20, 30, 120, 70, 100), inLabel);
+}
+
+TEST_F(Kit, APressInsideTheButtonReachesItsEventsOutsideNothing)
+{
+    open();
+    m_doc.toggleSimulation();
+    InputState& in = InputState::instance();
+    tick();
+    drain();
+
+    // A press and release outside every widget: no button event; with
+    // nothing under the mouse, no OnSelect either.
+    in.setCursor(100, 150);
+    in.setButton(1, true);
+    tick();
+    in.setButton(1, false);
+    pause();
+    EXPECT_EQ(drain(), Lines{});
+
+    // Inside: OnDown with the mouse relative to the button, OnPressed while
+    // held, OnUp at release; the press is the button's, so no OnSelect.
+    in.setCursor(160, 112);
+    in.setButton(1, true);
+    tick();
+    EXPECT_EQ(drain(), (Lines{"(script): down go 10,12"})) << "the mouse relative to the button's box";
+    tick();
+    EXPECT_EQ(drain(), (Lines{"(script): held go"}));
+    in.setButton(1, false);
+    tick();
+    EXPECT_EQ(drain(), (Lines{"(script): up go"}));
+}
+
+TEST_F(Kit, APressedButtonKeepsTheMouseUntilReleaseWhereverItGoes)
+{
+    open([](RtnApplication& app) {
+        // A second button under the first one's drag path, and one on top
+        // of the first: the later sibling is served first.
+        auto* other = new GuiButton();
+        other->name = "other";
+        other->position = ScnVec3{20, 100, 0};
+        other->size = ScnVec3{60, 30, 0};
+        app.gui.node.append(other);
+        auto* top = new GuiButton();
+        top->name = "top";
+        top->position = ScnVec3{170, 100, 0};
+        top->size = ScnVec3{60, 30, 0};
+        app.gui.node.append(top);
+    });
+    m_doc.toggleSimulation();
+    InputState& in = InputState::instance();
+    tick();
+    auto* go = dynamic_cast<GuiButton*>(widget("go"));
+    auto* other = dynamic_cast<GuiButton*>(widget("other"));
+    auto* top = dynamic_cast<GuiButton*>(widget("top"));
+    ASSERT_TRUE(go && other && top);
+
+    in.setCursor(160, 110);
+    in.setButton(1, true);
+    tick();
+    EXPECT_TRUE(go->pressed());
+    // Dragged over the other button and released there: the first keeps
+    // the press and takes the release, the other never sees it.
+    in.setCursor(30, 110);
+    tick();
+    in.setButton(1, false);
+    tick();
+    EXPECT_FALSE(go->pressed());
+    EXPECT_FALSE(other->pressed());
+    EXPECT_EQ(drain(), (Lines{"(script): down go 10,10", "(script): held go", "(script): up go"}));
+    pause();
+
+    // Where two overlap the one drawn last, on top, takes the press.
+    in.setCursor(180, 110);
+    in.setButton(1, true);
+    tick();
+    EXPECT_TRUE(top->pressed());
+    EXPECT_FALSE(go->pressed());
+    in.setButton(1, false);
+    tick();
+}
+
+TEST_F(Kit, TheRootSelectsWhatIsUnderTheMouseWhileEditingAndRunning)
+{
+    open([](RtnApplication& app) {
+        auto* spot = new GuiComponent<ScnNode>("spot", 40, 40, true);
+        spot->position = ScnVec3{200, 20, 0};
+        app.gui.node.append(spot);
+    });
+    InputState& in = InputState::instance();
+    // Editing: the label is found as hover and the frame step chooses it on
+    // a click.
+    in.setCursor(30, 40);
+    tick();
+    EXPECT_EQ(root()->hover(), widget("caption"));
+    in.setButton(1, true);
+    tick();
+    tick();
+    in.setButton(1, false);
+    tick();
+    EXPECT_EQ(m_doc.chosenNode(), widget("caption")) << "chosen as the button goes up";
+
+    // Running: a label takes no part; a bare component is found, and the
+    // root tells its register.
+    m_doc.toggleSimulation();
+    tick();
+    EXPECT_EQ(root()->hover(), nullptr);
+    drain();
+    in.setCursor(210.5, 30.5);
+    tick();
+    EXPECT_EQ(root()->hover(), widget("spot"));
+    EXPECT_EQ(drain(), (Lines{"(script): select Gui at 210.5,30.5"}));
+    // Its box ends before x + width.
+    in.setCursor(240, 30);
+    tick();
+    EXPECT_EQ(root()->hover(), nullptr);
+    EXPECT_EQ(drain(), Lines{});
+}
+
+TEST_F(Kit, AnInputTakesFocusByAPressInsideAndKeysWhileItHasIt)
+{
+    GuiInput* design = nullptr;
+    open([&](RtnApplication& app) {
+        design = new GuiInput();
+        design->name = "name";
+        design->text = "ab";
+        design->position = ScnVec3{20, 130, 0};
+        design->size = ScnVec3{120, 23, 0};
+        app.gui.node.append(design);
+        auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+        RtnRegister* r = p->createRegister(2);
+        design->addEvents(r->functions);
+        r->functions.setCode(GuiInput::OnEnter, "print('enter ' .. event:getText())");
+        r->marking.append(design);
+    });
+    m_doc.toggleSimulation();
+    auto* input = dynamic_cast<GuiInput*>(widget("name"));
+    ASSERT_NE(input, nullptr);
+    InputState& in = InputState::instance();
+    auto type = [&](int code) {
+        in.setKey(code, true);
+        tick();
+        in.setKey(code, false);
+        tick();
+    };
+    tick();
+    type('x');
+    EXPECT_EQ(input->text.value, "ab") << "no focus, no keys";
+
+    // A press right of the text puts the cursor at its end.
+    in.setCursor(100, 140);
+    in.setButton(1, true);
+    tick();
+    in.setButton(1, false);
+    tick();
+    EXPECT_EQ(GuiRoot::focus(), input);
+    EXPECT_EQ(input->cursor(), 2);
+    type('c');
+    in.setKey(InputState::KeyShift, true);
+    type('d');
+    in.setKey(InputState::KeyShift, false);
+    type(InputState::KeyLeft);
+    type(129);  // BACKSPACE: the "c" before the cursor
+    EXPECT_EQ(input->text.value, "abD");
+    EXPECT_EQ(input->cursor(), 2);
+    drain();
+    type(132);
+    EXPECT_EQ(drain(), (Lines{"(script): enter abD"}));
+
+    // A press on the button lets focus go, and the button has its press.
+    pause();
+    in.setCursor(160, 110);
+    in.setButton(1, true);
+    tick();
+    EXPECT_EQ(GuiRoot::focus(), nullptr);
+    EXPECT_EQ(drain(), (Lines{"(script): down go 10,10"}));
+    in.setButton(1, false);
+    tick();
+    type('z');
+    EXPECT_EQ(input->text.value, "abD");
+
+    // The character under the mouse: left of the first advance is 0.
+    EXPECT_EQ(input->characterAt(20), 0);
+    EXPECT_EQ(input->characterAt(20 + GuiDraw::textWidth("a", 1)), 1);
+    EXPECT_EQ(input->characterAt(1000), 3);
+}
+
+TEST_F(Kit, SioReportsTheMouseButtonsWheelAndKeys)
+{
+    open();
+    m_doc.toggleSimulation();
+    lua_State* L = AppGlobal::luaState();
+    auto eval = [&](const char* expr) {
+        std::string code = std::string("return tostring(") + expr + ")";
+        if (luaL_dostring(L, code.c_str()) != 0) {
+            std::string e = lua_tostring(L, -1);
+            lua_pop(L, 1);
+            return "error: " + e;
+        }
+        std::string r = lua_tostring(L, -1);
+        lua_pop(L, 1);
+        return r;
+    };
+    InputState& in = InputState::instance();
+    in.setCursor(160, 112);
+    in.setButton(1, true);
+    in.addWheel(-2);
+    in.setKey('x', true);
+    in.setKey(InputState::KeyShift, true);
+    in.sample(1000, 256, 192);
+    EXPECT_EQ(eval("sio.getMouseX()"), "160");
+    EXPECT_EQ(eval("sio.getMouseY()"), "112");
+    EXPECT_EQ(eval("sio.getMouseWheel()"), "-2");
+    EXPECT_EQ(eval("sio.isMousePressed(sio.MB_LEFT)"), "false") << "not held on the frame it went down";
+    EXPECT_EQ(eval("sio.isMousePressed(sio.MB_RIGHT)"), "false");
+    EXPECT_EQ(eval("sio.isKeyPressed('x')"), "true") << "upper-cased: code 88, written while Shift is down";
+    EXPECT_EQ(eval("sio.isKeyPressed(120)"), "false");
+    EXPECT_EQ(eval("sio.isKeyPressed(sio.VK_SHIFT)"), "true");
+    EXPECT_EQ(eval("sio.VK_RETURN .. ' ' .. sio.VK_ESCAPE .. ' ' .. sio.MB_RIGHT"), "132 138 2");
+    EXPECT_NE(eval("sio.isMousePressed(3)").find("iso.MB_LEFT, ios.MB_RIGHT expected"), std::string::npos);
+    EXPECT_NE(eval("sio.isKeyPressed({})").find("Key code expected"), std::string::npos);
+    in.age();
+    in.sample(1100, 256, 192);
+    EXPECT_EQ(eval("sio.isMousePressed(sio.MB_LEFT)"), "true");
+    EXPECT_EQ(eval("sio.getMouseWheel()"), "0");
+    EXPECT_EQ(eval("sio.getMouseX(42)"), "160") << "not a node: as with no argument";
+}
+
+TEST_F(Kit, SteadyFramesWithWidgetsAllocateNothing)
+{
+    open([](RtnApplication& app) { static_cast<GuiLabel*>(app.gui.node.getChild(0))->text = "Steady"; });
+    m_doc.toggleSimulation();
+    InputState& in = InputState::instance();
+    in.setCursor(160, 110);
+    // Warm: the batches reach their size, the press runs its callbacks once.
+    for (int i = 0; i < 3; ++i) tick();
+    auto* label = dynamic_cast<GuiLabel*>(widget("caption"));
+    ASSERT_NE(label, nullptr);
+    drain();
+    // Every frame repaints: the label is invalidated each time.
+    const long before = g_allocations;
+    for (int i = 0; i < 5; ++i) {
+        label->invalidate();
+        tick();
+    }
+    EXPECT_EQ(g_allocations - before, 0);
+    EXPECT_FLOAT_EQ(GuiDraw::depth(), 9999.0f) << "the depth does not creep from frame to frame";
+    EXPECT_EQ(GuiDraw::clipDepth(), 0);
+    EXPECT_EQ(GuiDraw::lineVertices() + GuiDraw::triangleVertices() + GuiDraw::textVertices(), 0)
+        << "the batches are sent by the end of the frame";
+    expectNear(pixelAt(25, 35), {over(1, 0.9f, pixelAt(5, 5)[0]), over(1, 0.9f, pixelAt(5, 5)[1]),
+                                 over(1, 0.9f, pixelAt(5, 5)[2])},
+               "still drawn");
+}
+
+TEST_F(Kit, DrawingLayerEdgeCases)
+{
+    GlScope gl;
+    ASSERT_TRUE(gl.ok());
+    ASSERT_NE(GuiDraw::font(), nullptr);
+    GuiDraw::flush();
+    const float depth = GuiDraw::depth();
+    GuiDraw::text(10, 10, "", 0);
+    GuiDraw::text(10, 10, nullptr, 5);
+    EXPECT_EQ(GuiDraw::textVertices(), 0);
+    EXPECT_EQ(GuiDraw::depth(), depth) << "the paired depth changes cancel";
+
+    // A tab is four spaces: their glyphs and their advance.
+    GuiDraw::text(0, 0, "\t", 1);
+    EXPECT_EQ(GuiDraw::textVertices(), 24);
+    GuiDraw::flush();
+    // Line breaks are measured like any byte.
+    EXPECT_EQ(GuiDraw::textWidth("a\nb", 3),
+              static_cast<int>((GuiDraw::font()->glyphs['a'].xadvance + GuiDraw::font()->glyphs['\n'].xadvance +
+                                GuiDraw::font()->glyphs['b'].xadvance) *
+                                   GuiDraw::textScale() +
+                               0.5f));
+
+    // Clips nest as intersections; a box outside leaves an empty entry, and
+    // the scissor it gives has no negative size.
+    GuiDraw::resetClip(0, 0, 200, 100);
+    ScnBox a;
+    a.min[0] = 10, a.min[1] = 20, a.max[0] = 150, a.max[1] = 300;
+    GuiDraw::pushClip(a, 2, 3);
+    const float* top = GuiDraw::clipTop();
+    EXPECT_EQ((std::array<float, 4>{top[0], top[1], top[2], top[3]}), (std::array<float, 4>{12, 23, 148, 100}));
+    ScnBox outside;
+    outside.min[0] = 500, outside.min[1] = 500, outside.max[0] = 600, outside.max[1] = 600;
+    GuiDraw::pushClip(outside, 0, 0);
+    GLint scissor[4] = {};
+    glGetIntegerv(GL_SCISSOR_BOX, scissor);
+    EXPECT_EQ(scissor[2], 0);
+    EXPECT_EQ(scissor[3], 0);
+    EXPECT_EQ(GuiDraw::clipDepth(), 2);
+    GuiDraw::popClip();
+    glGetIntegerv(GL_SCISSOR_BOX, scissor);
+    EXPECT_EQ((std::array<int, 4>{scissor[0], scissor[1], scissor[2], scissor[3]}),
+              (std::array<int, 4>{12, 23, 137, 78}))
+        << "a pop adds 1.1 to the size";
+    GuiDraw::popClip();
+    EXPECT_EQ(GuiDraw::clipDepth(), 0);
+
+    // A fill is two triangles moved inward by the inset and 0.1.
+    GuiDraw::setColor(GuiDraw::palette(GuiDraw::Window));
+    GuiDraw::fillRect(a, 1, 1);
+    EXPECT_EQ(GuiDraw::triangleVertices(), 6);
+    GuiDraw::bevel(a, GuiDraw::Sunken);
+    EXPECT_EQ(GuiDraw::lineVertices(), 16);
+    EXPECT_EQ(std::vector<float>(GuiDraw::color(), GuiDraw::color() + 3),
+              std::vector<float>(GuiDraw::palette(GuiDraw::Light3D), GuiDraw::palette(GuiDraw::Light3D) + 3))
+        << "a sunken bevel ends with 3DLIGHT";
+    GuiDraw::flush();
+    EXPECT_EQ(GuiDraw::triangleVertices() + GuiDraw::lineVertices(), 0);
+}

@@ -420,3 +420,78 @@ bool MemSource::pictureSize(Kind kind, const char* path, int32_t& width, int32_t
     width = probe.info.image_width, height = probe.info.image_height;
     return true;
 }
+
+// ---------------------------------------------------------------- script methods
+
+namespace MemSourceScript {
+
+// Nothing here owns memory while an error can be raised: the source is made
+// after the last check, and the path is a fixed block.
+int setSource(lua_State* L, oclImage2D* object, MemSource*& source, const char* nodeName)
+{
+    if (lua_type(L, 1) != LUA_TSTRING) return luaL_typerror(L, 1, "file");
+    const char* name = lua_tostring(L, 1);
+    char path[400];
+    MemSource::workspacePath(name, path);
+    const MemSource::Kind kind = MemSource::classify(path);
+    if (kind == MemSource::Unknown) return luaL_error(L, "unsupported file format: %s", name);
+    if (kind != MemSource::Image && kind != MemSource::Video) return luaL_error(L, "unable to read file data: %s", name);
+    if (!object) return luaL_error(L, "invalid memory object %s", nodeName);
+    int32_t width = 2, height = 2;
+    if (!MemSource::pictureSize(kind, path, width, height)) return luaL_error(L, "unable to read file data: %s", name);
+    // The node's size fields stay: `dim` keeps them and a rebuild returns to them.
+    object->resize(static_cast<size_t>(width > 0 ? width : 1), static_cast<size_t>(height > 0 ? height : 1), nullptr);
+    delete source;
+    if (kind == MemSource::Image) source = new MemSourceImage(object);
+    else source = new MemSourceVideo(object);
+    source->open(path);
+    source->read();
+    return 0;
+}
+
+int getFrameCount(lua_State* L, MemSource* source)
+{
+    if (auto* v = dynamic_cast<MemSourceVideo*>(source)) lua_pushnumber(L, v->info.frame_count);
+    else lua_pushnumber(L, dynamic_cast<MemSourceImage*>(source) ? 1 : 0);
+    return 1;
+}
+
+int setFrame(lua_State* L, MemSource* source)
+{
+    if (!lua_isnumber(L, 1)) return luaL_argerror(L, 1, "positive number expected");
+    if (auto* v = dynamic_cast<MemSourceVideo*>(source)) {
+        v->setFrame(static_cast<int>(lua_tonumber(L, 1)));
+        v->read();
+    }
+    return 0;
+}
+
+int getFrame(lua_State* L, MemSource* source)
+{
+    auto* v = dynamic_cast<MemSourceVideo*>(source);
+    if (!v) return 0;
+    lua_pushnumber(L, v->frame);
+    return 1;
+}
+
+int play(lua_State*, MemSource* source)
+{
+    if (auto* v = dynamic_cast<MemSourceVideo*>(source)) v->play();
+    return 0;
+}
+
+int stop(lua_State*, MemSource* source)
+{
+    if (auto* v = dynamic_cast<MemSourceVideo*>(source)) v->stop();
+    return 0;
+}
+
+int isPlaying(lua_State* L, MemSource* source)
+{
+    auto* v = dynamic_cast<MemSourceVideo*>(source);
+    if (!v) return 0;
+    lua_pushboolean(L, v->playing);
+    return 1;
+}
+
+}  // namespace MemSourceScript

@@ -15,6 +15,7 @@
 
 struct lua_State;
 class oclMem;
+class oclImage2D;
 
 class MemSource {
 public:
@@ -153,3 +154,18 @@ public:
 // The application time that videos follow: the millisecond clock that
 // scripts read with app.getTime, taken once per tick.
 uint32_t memSourceTime();
+
+// The script methods of a node whose 2D object a picture or a video fills
+// (the OpenCL image node and the 2D texture node): `source` is the node's
+// own source slot, replaced by setSource.
+namespace MemSourceScript {
+// setSource(file): resizes `object` to the picture and reads it; raises
+// "unsupported file format: NAME" or "unable to read file data: NAME".
+int setSource(lua_State* L, oclImage2D* object, MemSource*& source, const char* nodeName);
+int getFrameCount(lua_State* L, MemSource* source);
+int setFrame(lua_State* L, MemSource* source);
+int getFrame(lua_State* L, MemSource* source);
+int play(lua_State* L, MemSource* source);
+int stop(lua_State* L, MemSource* source);
+int isPlaying(lua_State* L, MemSource* source);
+}  // namespace MemSourceScript

@@ -111,7 +111,7 @@ void ScnTextureNode<O>::onRender(ScnAction& action)
     }
     // A refused entry (more than the bindings hold) is counted and popped alike.
     render->pushBinding(this);
-    if (ScnScene::currentShader) bindToShader(action, ScnScene::currentShader);
+    if (ScnScene::currentShader) onRenderPass(action, ScnScene::currentShader);
     action.walkOnThen(this, nullptr, kLeaveBindings);
 }
 
@@ -123,7 +123,7 @@ void ScnTextureNode<O>::afterWalkOn(ScnAction& action, void*, int flag)
 }
 
 template <class O>
-void ScnTextureNode<O>::bindToShader(ScnAction& action, ScnShader* shader)
+void ScnTextureNode<O>::onRenderPass(ScnAction& action, ScnShader* shader)
 {
     auto* render = dynamic_cast<ScnActionRender*>(&action);
     if (!render || !shader || !shader->program || !m_object || !m_object->glId) return;
@@ -256,73 +256,39 @@ int ScnTexture2D::luaSetSize(lua_State* L)
     return luaL_error(L, "unable to resize buffer to (%d,%d)", static_cast<int>(w), static_cast<int>(h));
 }
 
-// Nothing here owns memory while an error can be raised: the source is made
-// after the last check, and the path is a fixed block.
 int ScnTexture2D::luaSetSource(lua_State* L)
 {
-    if (lua_type(L, 1) != LUA_TSTRING) return luaL_typerror(L, 1, "file");
-    const char* name = lua_tostring(L, 1);
-    char path[400];
-    MemSource::workspacePath(name, path);
-    const MemSource::Kind kind = MemSource::classify(path);
-    if (kind == MemSource::Unknown) return luaL_error(L, "unsupported file format: %s", name);
-    if (kind != MemSource::Image && kind != MemSource::Video) return luaL_error(L, "unable to read file data: %s", name);
-    if (!m_object) return luaL_error(L, "invalid memory object %s", getName().c_str());
-    int32_t width = 2, height = 2;
-    if (!MemSource::pictureSize(kind, path, width, height)) return luaL_error(L, "unable to read file data: %s", name);
-    // The fields stay: `dim` keeps the old size and a rebuild returns to them.
-    m_object->resize(static_cast<size_t>(width > 0 ? width : 1), static_cast<size_t>(height > 0 ? height : 1), nullptr);
-    delete m_source;
-    if (kind == MemSource::Image) m_source = new MemSourceImage(m_object);
-    else m_source = new MemSourceVideo(m_object);
-    m_source->open(path);
-    m_source->read();
-    return 0;
+    return MemSourceScript::setSource(L, m_object, m_source, getName().c_str());
 }
 
 int ScnTexture2D::luaGetFrameCount(lua_State* L)
 {
-    if (MemSourceVideo* v = video()) lua_pushnumber(L, v->info.frame_count);
-    else lua_pushnumber(L, dynamic_cast<MemSourceImage*>(m_source) ? 1 : 0);
-    return 1;
+    return MemSourceScript::getFrameCount(L, m_source);
 }
 
 int ScnTexture2D::luaGetFrame(lua_State* L)
 {
-    MemSourceVideo* v = video();
-    if (!v) return 0;
-    lua_pushnumber(L, v->frame);
-    return 1;
+    return MemSourceScript::getFrame(L, m_source);
 }
 
 int ScnTexture2D::luaSetFrame(lua_State* L)
 {
-    if (!lua_isnumber(L, 1)) return luaL_argerror(L, 1, "positive number expected");
-    if (MemSourceVideo* v = video()) {
-        v->setFrame(static_cast<int>(lua_tonumber(L, 1)));
-        v->read();
-    }
-    return 0;
+    return MemSourceScript::setFrame(L, m_source);
 }
 
-int ScnTexture2D::luaPlay(lua_State*)
+int ScnTexture2D::luaPlay(lua_State* L)
 {
-    if (MemSourceVideo* v = video()) v->play();
-    return 0;
+    return MemSourceScript::play(L, m_source);
 }
 
-int ScnTexture2D::luaStop(lua_State*)
+int ScnTexture2D::luaStop(lua_State* L)
 {
-    if (MemSourceVideo* v = video()) v->stop();
-    return 0;
+    return MemSourceScript::stop(L, m_source);
 }
 
 int ScnTexture2D::luaIsPlaying(lua_State* L)
 {
-    MemSourceVideo* v = video();
-    if (!v) return 0;
-    lua_pushboolean(L, v->playing);
-    return 1;
+    return MemSourceScript::isPlaying(L, m_source);
 }
 
 // ---------------------------------------------------------------- 3D

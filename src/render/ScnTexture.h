@@ -35,7 +35,7 @@ public:
     void onRender(ScnAction& action) override;
     void afterWalkOn(ScnAction& action, void* saved, int flag) override;
     // A shader that names the node's sampler gets the texture on a unit.
-    void bindToShader(ScnAction& action, ScnShader* shader) override;
+    void onRenderPass(ScnAction& action, ScnShader* shader) override;
 
     // The memory object, or nil.
     int luaGetBuffer(lua_State* L);

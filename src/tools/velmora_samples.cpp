@@ -169,6 +169,10 @@ bool writeParticles(const std::string& folder)
     RtnMFRef::s_root = &app;
     std::string error;
     bool ok = app.writeFile(folder + "/particles.3Dm", error);
+    RtnMFRef::s_root = nullptr;
+    if (!ok) std::fprintf(stderr, "velmora-samples: %s\n", error.c_str());
+    return ok;
+}
 
 // A label and a button in the widget branch. The button is the token of a
 // register: a press counts, shows the count in the label and prints where

@@ -110,11 +110,12 @@ TEST_F(VelmoraRun, ScriptErrorsArePrintedWithTheirLineAndDoNotFailTheRun)
     RunResult r = run(m_tmp.path() + " broken.3Dm");
     EXPECT_EQ(r.status, 0) << r.err;
     // This workspace has no file plug-ins and no widget font, which the
-    // start says first.
+    // start says first: the font's size is asked of the image plug-in.
     const std::string missing = "(video.so): Function 'getFileExt' not found\n"
                                 "(image.so): Function 'getFileExt' not found\n"
                                 "(volume.so): Function 'getFileExt' not found\n"
                                 "(ply.so): Function 'getFileExt' not found\n"
+                                "(image.so): Function 'getFileInfo' not found\n"
                                 "(): Unable to read file GUI.png\n";
     EXPECT_EQ(r.out.rfind(missing, 0), 0u) << r.out;
     EXPECT_EQ(r.out.find("(Main): [string \"processor-global\"]:2:"), missing.size()) << r.out;
@@ -195,7 +196,9 @@ TEST_F(VelmoraRun, ComputeSampleStepsItsBufferOnTheDeviceAndPrintsChecksums)
 // once when the points arrive and then after each frame's render).
 TEST_F(VelmoraRun, ParticlesSampleMovesItsPointsWithAKernelOnEveryFrame)
 {
-    constexpr int kW = 320, kH = 240;
+    // The view at the display framebuffer's own size, so that the screen
+    // quad shows each drawn pixel once instead of filtering points away.
+    constexpr int kW = 1024, kH = 768;
     struct Picture {
         std::vector<unsigned char> rgb;
         bool magentaNear(int x, int y) const
@@ -214,7 +217,7 @@ TEST_F(VelmoraRun, ParticlesSampleMovesItsPointsWithAKernelOnEveryFrame)
     };
     auto picture = [&](int frames, Picture& out) {
         const std::string png = m_tmp / ("frame" + std::to_string(frames) + ".png");
-        RunResult r = run("--frames " + std::to_string(frames) + " --start --size 320x240 --png " + png + " " +
+        RunResult r = run("--frames " + std::to_string(frames) + " --start --size 1024x768 --png " + png + " " +
                           workspace() + " samples/particles.3Dm");
         ASSERT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(r.err, "");

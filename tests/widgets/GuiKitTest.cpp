@@ -14,6 +14,7 @@
 
 #include <lua.hpp>
 
+#include "memory/SourceFiles.h"
 #include "platform/GlContext.h"
 #include "runtime/CmdNodes.h"
 #include "runtime/ScnLua.h"
@@ -41,7 +42,9 @@ protected:
         const std::filesystem::path to = std::filesystem::path(m_ws.path()) / "data/textures/font";
         std::filesystem::create_directories(to);
         for (const char* f : {"GUI.png", "GUI.txt"}) std::filesystem::copy_file(from / f, to / f);
-        // The program's start found no workspace font; this one has it.
+        // The program's start found no workspace font; this one has it, read
+        // through the image plug-in.
+        sources::loadPlugins();
         GlScope gl;
         ASSERT_TRUE(gl.ok());
         GuiDraw::loadFont();

@@ -7,7 +7,6 @@
 #include "editor/EdtGlContext.h"
 #include "node/ScnNode.h"
 #include "platform/GlContext.h"
-#include "render/ScnScene.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
 #include "runtime/Clock.h"

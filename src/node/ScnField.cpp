@@ -152,10 +152,8 @@ const char* const* ScnSFEnum::getNames(int& count) const
 
 std::string ScnSFEnum::toText() const
 {
-    int count = 0;
-    const char* const* names = getNames(count);
     std::string s = std::to_string(value);
-    if (names && value >= 0 && value < count && names[value]) s += std::string(" (") + names[value] + ")";
+    if (const char* name = ScnEnum::nameOf(m_table, value)) s += std::string(" (") + name + ")";
     return s;
 }
 
@@ -214,6 +212,7 @@ struct EnumTable {
     const char* name = nullptr;
     std::vector<const char*> names;  // ends with a null entry
     int count = 0;
+    int first = 0;
 };
 
 constexpr int kPlaces = 1000;
@@ -241,7 +240,7 @@ EnumTable* findPlace(const char* table, bool forInsert)
 
 namespace ScnEnum {
 
-bool registerTable(const char* table, const char* const* names, int count)
+bool registerTable(const char* table, const char* const* names, int count, int first)
 {
     if (!table || count < 0) return false;
     EnumTable* t = findPlace(table, true);
@@ -250,6 +249,7 @@ bool registerTable(const char* table, const char* const* names, int count)
     t->names.assign(static_cast<size_t>(count) + 2, nullptr);
     for (int i = 0; i < count; ++i) t->names[i] = names ? names[i] : nullptr;
     t->count = count;
+    t->first = first;
     return true;
 }
 
@@ -258,6 +258,14 @@ const char* const* getNames(const char* table, int& count)
     EnumTable* t = table ? findPlace(table, false) : nullptr;
     count = t ? t->count : 0;
     return t ? t->names.data() : nullptr;
+}
+
+const char* nameOf(const char* table, int value)
+{
+    EnumTable* t = table ? findPlace(table, false) : nullptr;
+    if (!t) return nullptr;
+    int64_t index = int64_t(value) - t->first;
+    return index >= 0 && index < t->count ? t->names[static_cast<size_t>(index)] : nullptr;
 }
 
 }  // namespace ScnEnum

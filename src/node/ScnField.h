@@ -212,10 +212,14 @@ using ScnMFMatrix = ScnMF<ScnMatrix16>;
 // byte sum of the table's name.
 namespace ScnEnum {
 // Registers a table of `count` names; the stored list ends with a null.
-// Returns false when the table is full or the name is taken.
-bool registerTable(const char* table, const char* const* names, int count);
+// `first` is the value of the first name: tables of OpenGL codes start at
+// the first code rather than 0. Returns false when the table is full or the
+// name is taken.
+bool registerTable(const char* table, const char* const* names, int count, int first = 0);
 // The names of a table and their number, or null and 0.
 const char* const* getNames(const char* table, int& count);
+// The name a table gives to a stored value, or null when it has none.
+const char* nameOf(const char* table, int value);
 }
 
 // -- template definitions ---------------------------------------------------

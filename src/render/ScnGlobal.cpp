@@ -105,7 +105,7 @@ void init()
 {
     VTRACE("ScnGlobal::init()-start");
     ScnEnum::registerTable("gl_primitive", kPrimitiveNames, 7);
-    ScnEnum::registerTable("gl_vertexattrib_type", kVertexAttribTypes, 7);
+    ScnEnum::registerTable("gl_vertexattrib_type", kVertexAttribTypes, 7, 5120);
     ScnEnum::registerTable("gl_buffer_type", MemTypes::kNames, MemTypes::kCount);
     ScnScene::initStatics();
     {

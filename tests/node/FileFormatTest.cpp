@@ -200,6 +200,19 @@ TEST(EnumTables, HashPlacesCollideAndProbe)
     EXPECT_EQ(n, 10);
     ScnSFEnum e(nullptr, "type", "cl_mem_type", 19);
     EXPECT_EQ(e.toText(), "19 (cl_float4)");
+
+    // A table of codes names values from its first code on, not from 0.
+    const char* codes[] = {"C_BYTE", "C_SHORT", "C_FLOAT"};
+    ASSERT_TRUE(ScnEnum::registerTable("codes", codes, 3, 5120));
+    EXPECT_STREQ(ScnEnum::nameOf("codes", 5120), "C_BYTE");
+    EXPECT_STREQ(ScnEnum::nameOf("codes", 5122), "C_FLOAT");
+    EXPECT_EQ(ScnEnum::nameOf("codes", 5123), nullptr);
+    EXPECT_EQ(ScnEnum::nameOf("codes", 0), nullptr);
+    EXPECT_EQ(ScnEnum::nameOf("codes", 5119), nullptr);
+    ScnSFEnum c(nullptr, "type", "codes", 5122);
+    EXPECT_EQ(c.toText(), "5122 (C_FLOAT)");
+    c.value = 2;
+    EXPECT_EQ(c.toText(), "2");
 }
 
 TEST(ApplicationFile, NewApplicationHasTheDefaults)

@@ -334,6 +334,31 @@ TEST_F(Lighting, ASpotLightLightsInsideItsConeOnly)
     EXPECT_EQ(readTarget(gbuffer().fbo, 0, cx, cy).v[0], 0.0f);
 }
 
+// The spot shader of older files: a hard edge, no highlight.
+TEST_F(Lighting, TheSpotShaderOfOlderFilesLightsItsConeWithAHardEdge)
+{
+    RtnApplication app;
+    build(app);
+    auto* spot = new ScnDeferredSpotLight();
+    spot->direct.node.loadSources("deferred\\lighting\\spotDirect");
+    ASSERT_NE(spot->direct.node.fragment.value.find("hard-edged"), std::string::npos);
+    spot->range = 6.0f;
+    app.openGL.node.append(spot);
+    open(app);
+    tick();
+    EXPECT_TRUE(drain().empty());
+    const int cx = m_width / 2, cy = m_height / 2;
+    // The last pixel inside the cone, to the side of the axis, has the full
+    // light; outside the cone there is nothing.
+    int in = 0;
+    while (2 / distance(cx + in + 1, cy) > 0.9605) ++in;
+    ASSERT_GT(2 / distance(cx + in, cy), 0.9605);
+    const double d = distance(cx + in, cy);
+    EXPECT_NEAR(readTarget(lightbuffer().fbo, 0, cx + in, cy).v[0], reach(d, 6, 1, 2) * 2 / d, 0.01);
+    EXPECT_EQ(readTarget(lightbuffer().fbo, 1, cx, cy).v[0], 0.0f) << "no highlight";
+    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, cx + 7, cy + 7).v[0], 0.0f);
+}
+
 TEST_F(Lighting, TheHeadLightFollowsTheCameraAndReachesAsFarAsItSees)
 {
     RtnApplication app;

@@ -50,7 +50,13 @@ ScnDeferredLight::ScnDeferredLight()
 ScnDeferredLight::~ScnDeferredLight()
 {
     // A light that goes without its destroy walk leaves nothing behind.
+    leave();
+}
+
+void ScnDeferredLight::leave()
+{
     if (!m_created) return;
+    m_created = false;
     --s_alive;
     std::erase(ScnScene::globalBindings(), static_cast<ScnNode*>(this));
     for (auto& ring : s_rings) std::erase(ring, this);
@@ -58,6 +64,7 @@ ScnDeferredLight::~ScnDeferredLight()
         if (vertexArray) glDeleteVertexArrays(1, &vertexArray);
         if (vertexBuffer) glDeleteBuffers(1, &vertexBuffer);
     }
+    vertexArray = vertexBuffer = 0;
 }
 
 int ScnDeferredLight::aliveCount()
@@ -254,18 +261,8 @@ void ScnDeferredLight::onCreate(ScnAction& action)
 
 void ScnDeferredLight::onDestroy(ScnAction& action)
 {
-    if (m_created) {
-        m_created = false;
-        direct.node.destroyProgram();
-        --s_alive;
-        std::erase(ScnScene::globalBindings(), static_cast<ScnNode*>(this));
-        for (auto& ring : s_rings) std::erase(ring, this);
-        if (GlContext::ready()) {
-            if (vertexArray) glDeleteVertexArrays(1, &vertexArray);
-            if (vertexBuffer) glDeleteBuffers(1, &vertexBuffer);
-        }
-        vertexArray = vertexBuffer = 0;
-    }
+    if (m_created) direct.node.destroyProgram();
+    leave();
     action.continueWalk(this, ScnAction::Siblings);
 }
 

@@ -118,6 +118,9 @@ protected:
     bool m_created = false;
 
 private:
+    // Out of the rings, the count and the global bindings; the volume's GL
+    // objects go.
+    void leave();
     int colour(lua_State* L, ScnSFColor& field, bool set);
     int number(lua_State* L, ScnSF<float>& field, bool set);
 };

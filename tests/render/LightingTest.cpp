@@ -115,7 +115,8 @@ protected:
     // light buffer's turn. The head light is off unless a test wants it.
     // Without the light pass the scene is the quad alone, for a shader that
     // the test adds.
-    void build(RtnApplication& app, bool lightPass = true)
+    void build(RtnApplication& app, bool lightPass = true,
+               const char* pass = "event:doLighting(Camera.framebuffer)")
     {
         ScnCameraExamine& camera = app.camera.node;
         ScnMatrix16 m;
@@ -141,7 +142,7 @@ protected:
         RtnRegister* r = p->createRegister(0);
         r->deposit(lb);
         r->functions.setCode(ScnFramebuffer::OnPreRender, "");
-        r->functions.setCode(ScnFramebuffer::OnPostRender, "event:doLighting(Camera.framebuffer)");
+        r->functions.setCode(ScnFramebuffer::OnPostRender, pass);
     }
     void open(RtnApplication& app)
     {
@@ -380,6 +381,27 @@ TEST_F(Lighting, TheHeadLightFollowsTheCameraAndReachesAsFarAsItSees)
     auto& head = static_cast<ScnCameraExamine&>(camera()).light.node;
     EXPECT_FLOAT_EQ(head.range.value, 5000.0f);
     EXPECT_NEAR(head.worldMatrix.m[12], 10.0, 1e-9) << "the head light stands at the eye";
+}
+
+// A texture given after the framebuffer replaces its attachment 0 as the
+// surface colour: here the normals (0, 0, 1 in eye space), so the lit
+// colour is blue only; the result still goes to attachment 0.
+TEST_F(Lighting, ATextureArgumentReplacesTheSurfaceColour)
+{
+    RtnApplication app;
+    build(app, true, "event:doLighting(Camera.framebuffer, Camera.framebuffer:getBuffer(1))");
+    auto* light = new ScnDeferredPointLight();
+    light->specular = ScnColor{0, 0, 0, 1};
+    app.openGL.node.append(light);
+    open(app);
+    tick();
+    EXPECT_TRUE(drain().empty());
+    const int cx = m_width / 2, cy = m_height / 2;
+    const double expected = reach(distance(cx, cy), 6, 1, 2) * 2 / distance(cx, cy);
+    const Rgba lit = readTarget(gbuffer().fbo, 0, cx, cy);
+    EXPECT_NEAR(lit.v[0], 0, 1e-3);
+    EXPECT_NEAR(lit.v[1], 0, 1e-3);
+    EXPECT_NEAR(lit.v[2], expected, 0.01);
 }
 
 // A forward shader reads every light through gs_Light[i] and gs_LightCount,

@@ -282,6 +282,15 @@ TEST_F(Lighting, APointLightIsBrighterNearItAsItsAttenuationSays)
     EXPECT_NEAR(readTarget(lightbuffer().fbo, 0, cx, cy).v[0], reach(distance(cx, cy), 3, 1.5, 2) * 2 / distance(cx, cy),
                 0.01);
     EXPECT_EQ(readTarget(lightbuffer().fbo, 0, cx + 35, cy).v[0], 0.0f);
+
+    // Through a field update, as the property page sends it: a change of
+    // intensity leaves the volume as it is, a change of range rebuilds it.
+    running.range = 5.0f;
+    running.intensity = 1.0f;
+    m_doc.runtime()->update(&running, &running.intensity);
+    EXPECT_FLOAT_EQ(running.volume()[0], 3.0f);
+    m_doc.runtime()->update(&running, &running.range);
+    EXPECT_FLOAT_EQ(running.volume()[0], 5.0f);
 }
 
 TEST_F(Lighting, ASpotLightLightsInsideItsConeOnly)

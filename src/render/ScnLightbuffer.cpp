@@ -90,7 +90,8 @@ void ScnLightbuffer::end()
 
 void ScnLightbuffer::doLighting(ScnFramebuffer& fb, const unsigned replacements[4])
 {
-    if (!fbo || !GlContext::ready()) return;
+    // Without targets on either side there is nothing to light or to write.
+    if (!fbo || !fb.fbo || !GlContext::ready()) return;
     const int w = width.value, h = height.value;
 
     // 1. The inputs.

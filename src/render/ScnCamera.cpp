@@ -6,8 +6,8 @@
 
 #include "node/ScnMFFunction.h"
 #include "platform/GlContext.h"
-#include "render/ScnDeferredLight.h"
 #include "render/ScnFramebuffer.h"
+#include "render/ScnLightbuffer.h"
 #include "render/ScnScene.h"
 #include "render/ScnViewpoint.h"
 
@@ -137,8 +137,8 @@ void ScnCamera::render(ScnRenderScene& target, ScnNode* scene)
         if (auto* lb = dynamic_cast<ScnLightbuffer*>(n)) {
             // The light pass itself is started by a script in one of these.
             lb->camera = this;
-            lb->notify(ScnFramebuffer::OnPreRender);
-            lb->notify(ScnFramebuffer::OnPostRender);
+            lb->begin();
+            lb->end();
             lb->camera = nullptr;
             continue;
         }

@@ -240,6 +240,11 @@ void ScnCameraExamine::navigateOrbit(ScnActionEvent&)
 
 void ScnCameraExamine::applyToLight(ScnAction& action)
 {
+    // The head light reaches as far as the camera sees.
+    if (light.node.range.value != farPlane.value) {
+        light.node.range = farPlane.value;
+        light.node.rebuildVolume();
+    }
     action.pushMultiplied(worldMatrix);
     action.pushMultiplied(lightMatrix);
     action.apply(&light.node);

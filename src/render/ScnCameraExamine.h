@@ -10,7 +10,7 @@
 #include <glm/vec3.hpp>
 
 #include "render/ScnCamera.h"
-#include "render/ScnDeferredLight.h"
+#include "render/ScnDeferredPointLight.h"
 
 class ScnActionEvent;
 
@@ -82,6 +82,7 @@ private:
     // Saved basis turned by yaw about its z axis, then by pitch about the new
     // x axis; the position kept at the orbit radius.
     void orbitFromAngles();
-    // Walks the head light with the camera's and the light's matrices on the stack.
+    // Walks the head light with the camera's and the light's matrices on the
+    // stack; its range follows `far` first.
     void applyToLight(ScnAction& action);
 };

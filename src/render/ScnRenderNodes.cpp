@@ -1,8 +1,6 @@
 #include <cstdio>
 
 #include "node/ScnStream.h"
-#include "render/ScnDeferredLight.h"
-#include "render/ScnFramebuffer.h"
 #include "render/ScnShader.h"
 #include "render/ScnWorld.h"
 #include "runtime/AppGlobal.h"
@@ -74,43 +72,4 @@ void ScnShader::loadSources(const std::string& sourceName)
     readText(base + ".vert", vertex.value);
     readText(base + ".frag", fragment.value);
     readText(base + ".geom", geometry.value);
-}
-
-// -- lights -----------------------------------------------------------------------
-
-ScnNodeType ScnDeferredLight::s_type;
-ScnNodeType ScnDeferredPointLight::s_type;
-ScnNodeType ScnDeferredSpotLight::s_type;
-
-ScnDeferredLight::ScnDeferredLight()
-{
-    name = "light";
-}
-
-ScnDeferredPointLight::ScnDeferredPointLight()
-{
-    name = "pointlight";
-    direct.node.loadSources("deferred\\lighting\\pointLight");
-}
-
-ScnDeferredSpotLight::ScnDeferredSpotLight()
-{
-    name = "spotlight";
-    direct.node.loadSources("deferred\\lighting\\spotLight");
-}
-
-void ScnDeferredSpotLight::read(ScnInStream& in)
-{
-    ScnDeferredLight::read(in);
-    if (!in.failed() && ScnFile::formatVersion < 1016) direct.node.loadSources("deferred\\lighting\\spotDirect");
-}
-
-ScnNodeType ScnLightbuffer::s_type;
-
-ScnLightbuffer::ScnLightbuffer()
-{
-    name = "lighbuffer";
-    attachment = 3;
-    flags = ScnTextureFlags{{9, 0, 0, 0}};  // linear filtering, no pixel buffer
-    lighting.node.loadSources("deferred\\lighting\\combiner");
 }

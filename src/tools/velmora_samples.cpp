@@ -1,12 +1,16 @@
 // velmora-samples: writes the sample applications into a folder. The samples
 // are made from code at build time rather than kept as binary files.
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include "compute/OclNodes.h"
 #include "memory/MemNodes.h"
 #include "platform/Paths.h"
 #include "render/ScnBuffers.h"
+#include "render/ScnDeferredPointLight.h"
+#include "render/ScnDeferredSpotLight.h"
+#include "render/ScnLightbuffer.h"
 #include "render/ScnShader.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/RtnApplication.h"
@@ -214,6 +218,131 @@ bool writeUi(const std::string& folder)
     return ok;
 }
 
+// A room of three quads drawn into a geometry buffer (surface colour, eye-space
+// normal, eye-space position) and lit through the light buffer's doLighting by
+// a warm point light and a blue spot light. Both lights stand at the origin,
+// the point light a unit above the floor, the spot light shining down minus x
+// onto the left wall. The quads are written by a script when the room arrives
+// as a token; the light pass runs in the light buffer's OnPostRender.
+bool writeLit(const std::string& folder)
+{
+    RtnApplication app;
+    // Seen from above and in front, looking at the origin.
+    ScnMatrix16 view;
+    const double look[16] = {1, 0, 0, 0, 0, 0.894427190999916, -0.447213595499958, 0,
+                             0, 0.447213595499958, 0.894427190999916, 0, 0, 5, 10, 1};
+    for (int i = 0; i < 16; ++i) view.m[i] = look[i];
+    ScnCameraExamine& camera = app.camera.node;
+    camera.matrix = view;
+    app.viewpoints.values[0] = view;
+    camera.light.node.visible = false;  // only the two lights of the room
+    auto& gbuffer = static_cast<ScnFramebuffer&>(*camera.getChild(0));
+    gbuffer.name = "gbuffer";
+    gbuffer.attachment = 3;
+    auto* lights = new ScnLightbuffer;
+    lights->flags.value.w[0] = 2;  // as every framebuffer read from a file has it
+    camera.append(lights);
+
+    auto* shader = new ScnShader;
+    shader->name = "geometry";
+    shader->vertex =
+        "#version 330\n"
+        "uniform mat4 gs_ModelViewProjectionMatrix;\n"
+        "uniform mat4 gs_ModelViewMatrix;\n"
+        "uniform mat3 gs_NormalMatrix;\n"
+        "in vec4 gs_Vertex;\n"
+        "in vec4 gs_Normal;\n"
+        "out vec3 position;\n"
+        "out vec3 normal;\n"
+        "out vec3 colour;\n"
+        "void main()\n"
+        "{\n"
+        "    position = (gs_ModelViewMatrix * gs_Vertex).xyz;\n"
+        "    normal = gs_NormalMatrix * gs_Normal.xyz;\n"
+        "    colour = vec3(0.85, 0.8, 0.75);\n"
+        "    gl_Position = gs_ModelViewProjectionMatrix * gs_Vertex;\n"
+        "}\n";
+    shader->fragment =
+        "#version 330\n"
+        "in vec3 position;\n"
+        "in vec3 normal;\n"
+        "in vec3 colour;\n"
+        "layout(location = 0) out vec4 surface;\n"
+        "layout(location = 1) out vec4 eyeNormal;\n"
+        "layout(location = 2) out vec4 eyePosition;\n"
+        "void main()\n"
+        "{\n"
+        "    surface = vec4(colour, 1.0);\n"
+        "    eyeNormal = vec4(normalize(normal), 0.25);\n"
+        "    eyePosition = vec4(position, 1.0);\n"
+        "}\n";
+    auto* room = new ScnBufferArray;
+    room->name = "room";
+    room->primitive = 4;  // GL_TRIANGLES
+    for (const char* attribute : {"gs_Vertex", "gs_Normal"}) {
+        auto* a = new ScnBufferAttrib;
+        a->name = attribute;
+        a->dim0 = "18";
+        room->append(a);
+    }
+    auto* point = new ScnDeferredPointLight;
+    point->diffuse = ScnColor{1.0f, 0.85f, 0.6f, 1};
+    point->ambient = ScnColor{0.08f, 0.08f, 0.08f, 1};
+    point->specular = ScnColor{0.4f, 0.4f, 0.4f, 1};
+    point->range = 8;
+    point->intensity = 1.5f;
+    point->attenuate = 1;
+    auto* spot = new ScnDeferredSpotLight;
+    spot->diffuse = ScnColor{0.2f, 0.4f, 1.0f, 1};
+    spot->specular = ScnColor{0.3f, 0.3f, 0.6f, 1};
+    spot->range = 8;
+    spot->intensity = 3;
+    app.openGL.node.append(shader);
+    app.openGL.node.append(room);
+    app.openGL.node.append(point);
+    app.openGL.node.append(spot);
+
+    auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    RtnRegister* geometry = main->createRegister(0);
+    // Each quad: a corner and two edges, the normal along their cross product.
+    geometry->functions.setCode(RtnRegister::OnDeposit,
+                                "local quads = {\n"
+                                "    {{-6, -1, 6}, {12, 0, 0}, {0, 0, -12}},  -- floor\n"
+                                "    {{-6, -1, -4}, {12, 0, 0}, {0, 5, 0}},   -- back wall\n"
+                                "    {{-4, -1, 6}, {0, 0, -10}, {0, 5, 0}},   -- left wall\n"
+                                "}\n"
+                                "local v, n = event.gs_Vertex:getBuffer(), event.gs_Normal:getBuffer()\n"
+                                "mem.map(v, mem.WRITE)\n"
+                                "mem.map(n, mem.WRITE)\n"
+                                "local i = 0\n"
+                                "for _, q in ipairs(quads) do\n"
+                                "    local c, u, w = q[1], q[2], q[3]\n"
+                                "    local nx, ny, nz = u[2] * w[3] - u[3] * w[2], u[3] * w[1] - u[1] * w[3], "
+                                "u[1] * w[2] - u[2] * w[1]\n"
+                                "    local l = math.sqrt(nx * nx + ny * ny + nz * nz)\n"
+                                "    for _, k in ipairs({{0, 0}, {1, 0}, {1, 1}, {0, 0}, {1, 1}, {0, 1}}) do\n"
+                                "        mem.set(v, i, c[1] + k[1] * u[1] + k[2] * w[1], c[2] + k[1] * u[2] + k[2] * w[2], "
+                                "c[3] + k[1] * u[3] + k[2] * w[3], 1)\n"
+                                "        mem.set(n, i, nx / l, ny / l, nz / l, 0)\n"
+                                "        i = i + 1\n"
+                                "    end\n"
+                                "end\n"
+                                "mem.unmap(v)\n"
+                                "mem.unmap(n)\n");
+    geometry->marking.append(room);
+    RtnRegister* pass = main->createRegister(1);
+    lights->addEvents(pass->functions);
+    pass->functions.setCode(ScnFramebuffer::OnPreRender, "");
+    pass->functions.setCode(ScnFramebuffer::OnPostRender, "event:doLighting(Camera.gbuffer)\n");
+    pass->marking.append(lights);
+    RtnMFRef::s_root = &app;
+    std::string error;
+    bool ok = app.writeFile(folder + "/lit.3Dm", error);
+    RtnMFRef::s_root = nullptr;
+    if (!ok) std::fprintf(stderr, "velmora-samples: %s\n", error.c_str());
+    return ok;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -222,9 +351,16 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: velmora-samples FOLDER\n");
         return 2;
     }
-    std::string folder = argv[1];
+    // Absolute: the folder is still written after the move into the workspace.
+    const std::string folder = std::filesystem::absolute(argv[1]).string();
     if (!Paths::ensureFolder(folder)) {
         std::fprintf(stderr, "velmora-samples: cannot make folder %s\n", folder.c_str());
+        return 1;
+    }
+    // The lights and the light buffer take their shaders from the workspace
+    // that the samples folder lies in.
+    if (!AppGlobal::setProjectPath(folder + "/..")) {
+        std::fprintf(stderr, "velmora-samples: cannot use the workspace of %s\n", folder.c_str());
         return 1;
     }
     AppGlobal::startModules();
@@ -232,5 +368,6 @@ int main(int argc, char** argv)
     const bool compute = writeCompute(folder);
     const bool particles = writeParticles(folder);
     const bool ui = writeUi(folder);
-    return hello && compute && particles && ui ? 0 : 1;
+    const bool lit = writeLit(folder);
+    return hello && compute && particles && ui && lit ? 0 : 1;
 }

@@ -1,6 +1,7 @@
 // The headless runner, run as a user runs it.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <vector>
@@ -261,6 +262,67 @@ TEST_F(VelmoraRun, ParticlesSampleMovesItsPointsWithAKernelOnEveryFrame)
     EXPECT_TRUE(first.magentaNear(x0, y0)) << "point 0 at step 0 on " << x0 << ", " << y0;
     EXPECT_TRUE(last.magentaNear(x39, y39)) << "point 0 at step 39 on " << x39 << ", " << y39;
     EXPECT_FALSE(last.magentaNear(x0, y0)) << "and no longer where it started";
+}
+
+// The lit sample: a room drawn into a geometry buffer and lit by a warm point
+// light at the origin (a unit above the floor) and a blue spot light that
+// shines from there down minus x onto the left wall, through doLighting.
+TEST_F(VelmoraRun, LitSampleLightsItsRoomWithAPointAndASpotLight)
+{
+    constexpr int kW = 512, kH = 384;
+    const std::string png = m_tmp / "lit.png";
+    RunResult r = run("--frames 3 --start --size 512x384 --png " + png + " " + workspace() + " samples/lit.3Dm");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out.find("(script)"), std::string::npos) << "no script reports a problem: " << r.out;
+    int w = 0, h = 0, comp = 0;
+    unsigned char* pixels = stbi_load(png.c_str(), &w, &h, &comp, 3);
+    ASSERT_NE(pixels, nullptr) << "no readable PNG";
+    std::vector<unsigned char> rgb(pixels, pixels + w * h * 3);
+    stbi_image_free(pixels);
+    ASSERT_EQ(w, kW);
+    ASSERT_EQ(h, kH);
+
+    // World points to pixels under the sample's camera (its first viewpoint).
+    std::string error;
+    std::unique_ptr<RtnApplication> app(RtnApplication::readFile(workspace() + "/samples/lit.3Dm", error));
+    ASSERT_NE(app, nullptr) << error;
+    ScnCamera camera;
+    camera.setMatrix(app->viewpoints.values[0]);
+    camera.aspect = static_cast<float>(kW) / kH;
+    camera.refreshProjection();
+    auto at = [&](double x, double y, double z) {
+        const double p[3] = {x, y, z};
+        double e[4] = {0, 0, 0, 1};
+        for (int i = 0; i < 3; ++i) {
+            e[i] = camera.inverseMatrix.m[12 + i];
+            for (int k = 0; k < 3; ++k) e[i] += camera.inverseMatrix.m[4 * k + i] * p[k];
+        }
+        double c[4] = {};
+        for (int i = 0; i < 4; ++i)
+            for (int k = 0; k < 4; ++k) c[i] += camera.projection[4 * k + i] * e[k];
+        const int px = static_cast<int>(std::floor((c[0] / c[3] * 0.5 + 0.5) * kW));
+        const int py = kH - 1 - static_cast<int>(std::floor((c[1] / c[3] * 0.5 + 0.5) * kH));
+        const unsigned char* q = &rgb[(static_cast<size_t>(py) * kW + px) * 3];
+        return std::array<int, 3>{q[0], q[1], q[2]};
+    };
+    // The floor is brightest under the point light and falls off with distance.
+    const auto under = at(0, -1, 0), aside = at(2, -1, 2), far = at(5, -1, 5);
+    EXPECT_GT(under[0], aside[0] + 20);
+    EXPECT_GT(aside[0], far[0]);
+    EXPECT_GT(under[0], under[2]) << "the point light is warm";
+    // The spot light's disc on the left wall is bluer than the wall beside it.
+    const auto disc = at(-4, 0, 0), wall = at(-4, 0, 2.5);
+    EXPECT_GT(disc[2], wall[2] + 40);
+    EXPECT_GT(disc[2] - wall[2], 2 * (disc[0] - wall[0]));
+}
+
+TEST_F(VelmoraRun, LitSampleSavesTheSameBytesAfterARun)
+{
+    std::string out = m_tmp / "lit.3Dm";
+    RunResult r = run("--frames 3 --start --save " + out + " " + workspace() + " samples/lit.3Dm");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(slurp(out), slurp(workspace() + "/samples/lit.3Dm"));
 }
 
 // With no display at all the runner draws through Mesa's surfaceless EGL and

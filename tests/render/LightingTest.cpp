@@ -1,0 +1,539 @@
+// The light pass: a geometry buffer drawn by the camera and lit through
+// doLighting by point and spot lights, the head light, what reaches forward
+// shaders through gs_Light[i], the script methods of lights and light
+// buffers, and the file of an application with all of them.
+//
+// The scene: the camera at (10, 0, 0) looks down minus x at a plane x = -2
+// that faces it; the lights stand at the origin (the event walk gives them
+// the identity), 2 in front of the plane. The geometry buffer holds the
+// surface colour, the normal and the position in eye space, as the
+// workspace's light shaders read them, and the expected light of a pixel is
+// computed here from the shaders' formula:
+//   a = intensity * (1 - d / range) ^ attenuate,  diffuse * a * N.L
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include <lua.hpp>
+
+#include "compute/OclGlobal.h"
+#include "compute/OclLua.h"
+#include "memory/MemObjects.h"
+#include "memory/MemTypes.h"
+#include "render/ScnCameraExamine.h"
+#include "render/ScnDeferredPointLight.h"
+#include "render/ScnDeferredSpotLight.h"
+#include "render/ScnLightbuffer.h"
+#include "runtime/AppGlobal.h"
+#include "runtime/CmdNodes.h"
+#include "runtime/RtnApplication.h"
+#include "runtime/RtnNodes.h"
+#include "support/DocumentFixture.h"
+#include "RenderSupport.h"
+
+namespace {
+
+void registerQuad()
+{
+    if (!ScnNodeRegistry::find("TestQuad"))
+        ScnNodeRegistry::registerClass(TestQuad::s_type, &ScnNode::s_type, "TestQuad", &TestQuad::factory, 2);
+}
+
+// The test quad stood up as the plane x = -2, 12 by 12, facing +x, written
+// into the geometry buffer: colour, eye-space normal, eye-space position.
+ScnShader* geometryShader()
+{
+    auto* s = new ScnShader();
+    s->name = "gbuffer";
+    s->vertex =
+        "#version 330\n"
+        "uniform mat4 gs_ModelViewProjectionMatrix;\n"
+        "uniform mat4 gs_ModelViewMatrix;\n"
+        "uniform mat3 gs_NormalMatrix;\n"
+        "in vec4 gs_Vertex;\n"
+        "out vec3 position;\n"
+        "out vec3 normal;\n"
+        "void main()\n"
+        "{\n"
+        "    vec4 p = vec4(-2.0, gs_Vertex.y * 6.0, -gs_Vertex.x * 6.0, 1.0);\n"
+        "    position = (gs_ModelViewMatrix * p).xyz;\n"
+        "    normal = gs_NormalMatrix * vec3(1.0, 0.0, 0.0);\n"
+        "    gl_Position = gs_ModelViewProjectionMatrix * p;\n"
+        "}\n";
+    s->fragment =
+        "#version 330\n"
+        "in vec3 position;\n"
+        "in vec3 normal;\n"
+        "layout(location = 0) out vec4 colour;\n"
+        "layout(location = 1) out vec4 n;\n"
+        "layout(location = 2) out vec4 p;\n"
+        "void main()\n"
+        "{\n"
+        "    colour = vec4(0.8, 0.6, 0.4, 1.0);\n"
+        "    n = vec4(normalize(normal), 0.0);\n"
+        "    p = vec4(position, 1.0);\n"
+        "}\n";
+    return s;
+}
+
+constexpr float kSurface[3] = {0.8f, 0.6f, 0.4f};
+
+struct Rgba {
+    float v[4] = {-1, -1, -1, -1};
+};
+
+// One pixel of an attachment, as floats.
+Rgba readTarget(unsigned fbo, int attachment, int x, int y)
+{
+    Rgba p;
+    GlScope gl;
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, fbo);
+    glReadBuffer(GL_COLOR_ATTACHMENT0 + attachment);
+    glReadPixels(x, y, 1, 1, GL_RGBA, GL_FLOAT, p.v);
+    GlPlatform::bindScreen();
+    return p;
+}
+
+class Lighting : public DocumentFixture {
+protected:
+    void SetUp() override
+    {
+        DocumentFixture::SetUp();
+        ASSERT_NE(GlContext::active(), nullptr) << "no headless OpenGL context (Mesa's EGL is needed)";
+        registerQuad();
+        // The workspace's light shaders, as the template has them.
+        std::filesystem::copy(VELMORA_SOURCE_DIR "/assets/workspace/shaders", m_ws / "shaders",
+                              std::filesystem::copy_options::recursive);
+        m_width = GlContext::active()->width();
+        m_height = GlContext::active()->height();
+        m_doc.setView(m_width, m_height, true);
+    }
+
+    // The camera's framebuffer becomes the geometry buffer, a light buffer of
+    // the same size follows it, and a register runs the light pass after the
+    // light buffer's turn. The head light is off unless a test wants it.
+    // Without the light pass the scene is the quad alone, for a shader that
+    // the test adds.
+    void build(RtnApplication& app, bool lightPass = true,
+               const char* pass = "event:doLighting(Camera.framebuffer)")
+    {
+        ScnCameraExamine& camera = app.camera.node;
+        ScnMatrix16 m;
+        const double look[16] = {0, 0, -1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 10, 0, 0, 1};
+        for (int i = 0; i < 16; ++i) m.m[i] = look[i];
+        camera.matrix = m;
+        camera.light.node.visible = false;
+        auto& gbuffer = static_cast<ScnFramebuffer&>(*camera.getChild(0));
+        gbuffer.attachment = 3;
+        gbuffer.width = m_width;
+        gbuffer.height = m_height;
+        auto* lb = new ScnLightbuffer();
+        lb->width = m_width;
+        lb->height = m_height;
+        camera.append(lb);
+        if (!lightPass) {
+            app.openGL.node.append(new TestQuad());
+            return;
+        }
+        app.openGL.node.append(geometryShader());
+        app.openGL.node.append(new TestQuad());
+        auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+        RtnRegister* r = p->createRegister(0);
+        r->deposit(lb);
+        r->functions.setCode(ScnFramebuffer::OnPreRender, "");
+        r->functions.setCode(ScnFramebuffer::OnPostRender, pass);
+    }
+    void open(RtnApplication& app)
+    {
+        std::string error;
+        RtnMFRef::s_root = &app;
+        ASSERT_TRUE(app.writeFile(m_ws / "lit.3Dm", error)) << error;
+        RtnMFRef::s_root = nullptr;
+        ASSERT_TRUE(m_doc.open("lit.3Dm", error)) << error;
+        drain();
+        m_doc.toggleSimulation();
+    }
+    void tick()
+    {
+        m_doc.tick();
+        m_clock.advance(25);
+    }
+    ScnCamera& camera() { return *static_cast<ScnCamera*>(m_doc.runtime()->branch(CmdApplication::Camera)); }
+    ScnFramebuffer& gbuffer() { return *static_cast<ScnFramebuffer*>(camera().getChild(0)); }
+    ScnLightbuffer& lightbuffer() { return *static_cast<ScnLightbuffer*>(camera().getChild(1)); }
+    ScnNode& world() { return *m_doc.runtime()->branch(CmdApplication::World); }
+    void lua(const std::string& chunk)
+    {
+        lua_State* L = AppGlobal::luaState();
+        ASSERT_EQ(luaL_loadstring(L, chunk.c_str()), 0) << lua_tostring(L, -1);
+        ASSERT_EQ(lua_pcall(L, 0, 0, 0), 0) << lua_tostring(L, -1);
+    }
+    std::string luaError(const std::string& chunk)
+    {
+        lua_State* L = AppGlobal::luaState();
+        if (luaL_loadstring(L, chunk.c_str()) != 0 || lua_pcall(L, 0, 0, 0) == 0) return "(no error)";
+        std::string e = lua_tostring(L, -1);
+        lua_pop(L, 1);
+        return e;
+    }
+    std::string global(const char* name)
+    {
+        lua_State* L = AppGlobal::luaState();
+        lua_getglobal(L, name);
+        const char* s = lua_tostring(L, -1);
+        std::string out = s ? s : "(nil)";
+        lua_pop(L, 1);
+        return out;
+    }
+
+    // Where the pixel's centre meets the plane, in eye space: the plane lies
+    // 12 in front of the eye, the lens is the default one (60 degrees) with
+    // the view's aspect.
+    void eyePoint(int x, int y, double p[3]) const
+    {
+        const double t = std::tan(1.0471976 / 2);
+        const double ndcX = (x + 0.5) / m_width * 2 - 1, ndcY = (y + 0.5) / m_height * 2 - 1;
+        p[0] = ndcX * t * (static_cast<double>(m_width) / m_height) * 12;
+        p[1] = ndcY * t * 12;
+        p[2] = -12;
+    }
+    // The light at the origin is at (0, 0, -10) in eye space; the normal is +z.
+    double distance(int x, int y) const
+    {
+        double p[3];
+        eyePoint(x, y, p);
+        return std::sqrt(p[0] * p[0] + p[1] * p[1] + (p[2] + 10) * (p[2] + 10));
+    }
+    static double reach(double d, double range, double intensity, double attenuate)
+    {
+        return d < range ? intensity * std::pow(1 - d / range, attenuate) : 0;
+    }
+
+    int m_width = 0, m_height = 0;
+};
+
+}  // namespace
+
+TEST_F(Lighting, APointLightIsBrighterNearItAsItsAttenuationSays)
+{
+    RtnApplication app;
+    build(app);
+    auto* light = new ScnDeferredPointLight();
+    light->diffuse = ScnColor{1.0f, 0.5f, 0.25f, 1};
+    light->ambient = ScnColor{0.1f, 0.2f, 0.0f, 1};
+    light->specular = ScnColor{0, 0, 0, 1};
+    light->intensity = 1.5f;
+    light->attenuate = 2.0f;
+    light->range = 6.0f;
+    app.openGL.node.append(light);
+    open(app);
+    tick();
+    EXPECT_TRUE(drain().empty());
+
+    const int cx = m_width / 2, cy = m_height / 2;
+    {
+        SCOPED_TRACE("the geometry buffer holds the plane's eye-space position and normal");
+        double p[3];
+        eyePoint(cx + 30, cy + 10, p);
+        const Rgba pos = readTarget(gbuffer().fbo, 2, cx + 30, cy + 10);
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(pos.v[i], p[i], 0.02) << i;
+        const Rgba n = readTarget(gbuffer().fbo, 1, cx + 30, cy + 10);
+        EXPECT_NEAR(n.v[2], 1.0, 1e-3);
+    }
+
+    // Two pixels: by the light's foot and 35 pixels to the side.
+    double lastDiffuse = 10;
+    for (int dx : {0, 35}) {
+        SCOPED_TRACE("pixel " + std::to_string(cx + dx));
+        const double d = distance(cx + dx, cy);
+        const double a = reach(d, 6, 1.5, 2);
+        const double lambert = 2 / d;  // the light stands 2 in front of the plane
+        const Rgba diffuse = readTarget(lightbuffer().fbo, 0, cx + dx, cy);
+        EXPECT_NEAR(diffuse.v[0], 1.0 * a * lambert, 0.01);
+        EXPECT_NEAR(diffuse.v[1], 0.5 * a * lambert, 0.01);
+        EXPECT_NEAR(diffuse.v[2], 0.25 * a * lambert, 0.01);
+        const Rgba ambient = readTarget(lightbuffer().fbo, 2, cx + dx, cy);
+        EXPECT_NEAR(ambient.v[0], 0.1 * a, 0.005);
+        EXPECT_NEAR(ambient.v[1], 0.2 * a, 0.005);
+        // The combiner wrote the lit colour over the surface colour.
+        const Rgba lit = readTarget(gbuffer().fbo, 0, cx + dx, cy);
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(lit.v[i], kSurface[i] * (diffuse.v[i] + ambient.v[i]), 0.01) << i;
+        EXPECT_LT(diffuse.v[0], lastDiffuse) << "darker away from the light";
+        lastDiffuse = diffuse.v[0];
+    }
+    EXPECT_GT(lastDiffuse, 0.05) << "the second pixel is still inside the range";
+
+    // Beyond the range (6 from the light) nothing is added: the combined
+    // colour there is black on the surface.
+    const int far = cx + 80;
+    ASSERT_GT(distance(far, cy), 6.0);
+    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, far, cy).v[0], 0.0f);
+    EXPECT_EQ(readTarget(gbuffer().fbo, 0, far, cy).v[0], 0.0f);
+
+    // A field update of the range rebuilds the volume: with range 3 the
+    // second pixel (3.3 away) gets nothing, the first less than before.
+    ScnDeferredLight& running = *static_cast<ScnDeferredLight*>(world().getChild(2));
+    ASSERT_EQ(running.volume().size(), 36u * 3);
+    EXPECT_FLOAT_EQ(running.volume()[0], 6.0f);
+    lua("OpenGL.pointlight:setRange(3)");
+    EXPECT_FLOAT_EQ(running.volume()[0], 3.0f);
+    tick();
+    EXPECT_NEAR(readTarget(lightbuffer().fbo, 0, cx, cy).v[0], reach(distance(cx, cy), 3, 1.5, 2) * 2 / distance(cx, cy),
+                0.01);
+    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, cx + 35, cy).v[0], 0.0f);
+
+    // Through a field update, as the property page sends it: a change of
+    // intensity leaves the volume as it is, a change of range rebuilds it.
+    running.range = 5.0f;
+    running.intensity = 1.0f;
+    m_doc.runtime()->update(&running, &running.intensity);
+    EXPECT_FLOAT_EQ(running.volume()[0], 3.0f);
+    m_doc.runtime()->update(&running, &running.range);
+    EXPECT_FLOAT_EQ(running.volume()[0], 5.0f);
+}
+
+TEST_F(Lighting, ASpotLightLightsInsideItsConeOnly)
+{
+    RtnApplication app;
+    build(app);
+    auto* spot = new ScnDeferredSpotLight();
+    spot->specular = ScnColor{0, 0, 0, 1};
+    spot->range = 6.0f;
+    spot->spread = 0.96f;  // a half angle of 16 degrees, down the light's minus x axis
+    app.openGL.node.append(spot);
+    open(app);
+    tick();
+    EXPECT_TRUE(drain().empty());
+
+    const int cx = m_width / 2, cy = m_height / 2;
+    auto cosine = [&](int x, int y) { return 2 / distance(x, y); };
+    // Inside: on the axis, and 4 pixels off on the diagonal, well within.
+    for (int off : {0, 4}) {
+        ASSERT_GT(cosine(cx + off, cy + off), 0.97);
+        const double d = distance(cx + off, cy + off);
+        const Rgba diffuse = readTarget(lightbuffer().fbo, 0, cx + off, cy + off);
+        EXPECT_NEAR(diffuse.v[0], reach(d, 6, 1, 2) * 2 / d, 0.01) << off;
+        EXPECT_NEAR(diffuse.v[2], reach(d, 6, 1, 2) * 2 / d, 0.01) << off;
+    }
+    // Outside the cone but inside the pyramid that carries it (the corner of
+    // its square base reaches further than the cone): the shader gives nothing.
+    const int ox = cx + 7, oy = cy + 7;
+    ASSERT_LT(cosine(ox, oy), 0.955);
+    {
+        double p[3];
+        eyePoint(ox, oy, p);
+        const double h = spot->halfSize() * 2 / 6;  // the pyramid's half size 2 down its axis
+        ASSERT_LT(std::abs(p[0]), h);
+        ASSERT_LT(std::abs(p[1]), h);
+    }
+    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, ox, oy).v[0], 0.0f);
+    // Far to the side: outside the volume.
+    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, cx + 30, cy).v[0], 0.0f);
+    // The lit picture: surface times light inside, black outside.
+    EXPECT_NEAR(readTarget(gbuffer().fbo, 0, cx, cy).v[1], kSurface[1] * reach(distance(cx, cy), 6, 1, 2) * 2 / distance(cx, cy),
+                0.01);
+    EXPECT_EQ(readTarget(gbuffer().fbo, 0, ox, oy).v[1], 0.0f);
+
+    // Hidden, the light still counts but is not drawn: the targets stay
+    // clear and the combiner still runs, so the surface goes black.
+    static_cast<ScnDeferredLight*>(world().getChild(2))->visible = false;
+    tick();
+    EXPECT_EQ(ScnDeferredLight::ring(ScnDeferredLight::SpotKind).size(), 1u);
+    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, cx, cy).v[0], 0.0f);
+    EXPECT_EQ(readTarget(gbuffer().fbo, 0, cx, cy).v[0], 0.0f);
+}
+
+// The spot shader of older files: a hard edge, no highlight.
+TEST_F(Lighting, TheSpotShaderOfOlderFilesLightsItsConeWithAHardEdge)
+{
+    RtnApplication app;
+    build(app);
+    auto* spot = new ScnDeferredSpotLight();
+    spot->direct.node.loadSources("deferred\\lighting\\spotDirect");
+    ASSERT_NE(spot->direct.node.fragment.value.find("hard-edged"), std::string::npos);
+    spot->range = 6.0f;
+    app.openGL.node.append(spot);
+    open(app);
+    tick();
+    EXPECT_TRUE(drain().empty());
+    const int cx = m_width / 2, cy = m_height / 2;
+    // The last pixel inside the cone, to the side of the axis, has the full
+    // light; outside the cone there is nothing.
+    int in = 0;
+    while (2 / distance(cx + in + 1, cy) > 0.9605) ++in;
+    ASSERT_GT(2 / distance(cx + in, cy), 0.9605);
+    const double d = distance(cx + in, cy);
+    EXPECT_NEAR(readTarget(lightbuffer().fbo, 0, cx + in, cy).v[0], reach(d, 6, 1, 2) * 2 / d, 0.01);
+    EXPECT_EQ(readTarget(lightbuffer().fbo, 1, cx, cy).v[0], 0.0f) << "no highlight";
+    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, cx + 7, cy + 7).v[0], 0.0f);
+}
+
+TEST_F(Lighting, TheHeadLightFollowsTheCameraAndReachesAsFarAsItSees)
+{
+    RtnApplication app;
+    build(app);
+    app.camera.node.light.node.visible = true;
+    app.camera.node.light.node.specular = ScnColor{0, 0, 0, 1};
+    open(app);
+    EXPECT_EQ(ScnDeferredLight::ring(ScnDeferredLight::PointKind).size(), 1u);
+    tick();
+    // The eye stands 12 before the plane and inside the light's volume: the
+    // back faces carry the light. With its range at the camera's far plane
+    // (5000) the light has hardly faded.
+    const int cx = m_width / 2, cy = m_height / 2;
+    double p[3];
+    eyePoint(cx, cy, p);
+    const double d = std::sqrt(p[0] * p[0] + p[1] * p[1] + p[2] * p[2]);
+    const Rgba diffuse = readTarget(lightbuffer().fbo, 0, cx, cy);
+    EXPECT_NEAR(diffuse.v[0], reach(d, 5000, 1, 2) * 12 / d, 0.01);
+    auto& head = static_cast<ScnCameraExamine&>(camera()).light.node;
+    EXPECT_FLOAT_EQ(head.range.value, 5000.0f);
+    EXPECT_NEAR(head.worldMatrix.m[12], 10.0, 1e-9) << "the head light stands at the eye";
+}
+
+// A texture given after the framebuffer replaces its attachment 0 as the
+// surface colour: here the normals (0, 0, 1 in eye space), so the lit
+// colour is blue only; the result still goes to attachment 0.
+TEST_F(Lighting, ATextureArgumentReplacesTheSurfaceColour)
+{
+    RtnApplication app;
+    build(app, true, "event:doLighting(Camera.framebuffer, Camera.framebuffer:getBuffer(1))");
+    auto* light = new ScnDeferredPointLight();
+    light->specular = ScnColor{0, 0, 0, 1};
+    app.openGL.node.append(light);
+    open(app);
+    tick();
+    EXPECT_TRUE(drain().empty());
+    const int cx = m_width / 2, cy = m_height / 2;
+    const double expected = reach(distance(cx, cy), 6, 1, 2) * 2 / distance(cx, cy);
+    const Rgba lit = readTarget(gbuffer().fbo, 0, cx, cy);
+    EXPECT_NEAR(lit.v[0], 0, 1e-3);
+    EXPECT_NEAR(lit.v[1], 0, 1e-3);
+    EXPECT_NEAR(lit.v[2], expected, 0.01);
+}
+
+// A forward shader reads every light through gs_Light[i] and gs_LightCount,
+// with the axes and the position in eye space.
+TEST_F(Lighting, ForwardShadersSeeEveryLightThroughTheIndexedUniforms)
+{
+    RtnApplication app;
+    build(app, false);
+    auto* forward = new ScnShader();
+    forward->name = "forward";
+    forward->vertex = flatVertex();
+    forward->fragment =
+        "#version 330\n"
+        "struct Light { vec4 diffuse; vec4 ambient; vec4 specular; vec3 xAxis; vec3 yAxis; vec3 zAxis; vec3 ePos;\n"
+        "  float range; float intensity; float attenuate; int visible; float spread; int type; };\n"
+        "uniform Light gs_Light[3];\n"
+        "uniform int gs_LightCount;\n"
+        "layout(location = 0) out vec4 c0;\n"
+        "layout(location = 1) out vec4 c1;\n"
+        "layout(location = 2) out vec4 c2;\n"
+        "void main()\n"
+        "{\n"
+        "  c0 = vec4(gs_Light[0].ePos, float(gs_LightCount));\n"
+        "  c1 = vec4(gs_Light[1].xAxis, float(gs_Light[1].type));\n"
+        "  c2 = vec4(gs_Light[1].spread, gs_Light[0].range + gs_Light[0].intensity,\n"
+        "            gs_Light[0].diffuse.g + gs_Light[0].diffuse.a, float(gs_Light[0].type + 10 * gs_Light[1].visible));\n"
+        "}\n";
+    app.openGL.node.insertBefore(forward, app.openGL.node.getChild(0));
+    auto* point = new ScnDeferredPointLight();
+    point->range = 4;
+    point->intensity = 0.5f;
+    point->diffuse = ScnColor{1, 0.25f, 1, 0};
+    auto* spot = new ScnDeferredSpotLight();
+    spot->spread = 0.75f;
+    spot->visible = false;
+    app.openGL.node.append(point);
+    app.openGL.node.append(spot);
+    open(app);
+    tick();
+    EXPECT_TRUE(drain().empty());
+    const int cx = m_width / 2, cy = m_height / 2;
+    // Light 0 at the origin is 10 in front of the eye; light 1's x axis is the
+    // world's x, which points at the eye: +z in eye space. Three lights are
+    // alive: the two and the hidden head light.
+    const Rgba c0 = readTarget(gbuffer().fbo, 0, cx, cy);
+    EXPECT_NEAR(c0.v[0], 0, 1e-3);
+    EXPECT_NEAR(c0.v[1], 0, 1e-3);
+    EXPECT_NEAR(c0.v[2], -10, 1e-2);
+    EXPECT_EQ(c0.v[3], 3.0f);
+    const Rgba c1 = readTarget(gbuffer().fbo, 1, cx, cy);
+    EXPECT_NEAR(c1.v[0], 0, 1e-3);
+    EXPECT_NEAR(c1.v[1], 0, 1e-3);
+    EXPECT_NEAR(c1.v[2], 1, 1e-3);
+    EXPECT_EQ(c1.v[3], 2.0f) << "a spot light is type 2 in the uniforms";
+    const Rgba c2 = readTarget(gbuffer().fbo, 2, cx, cy);
+    EXPECT_NEAR(c2.v[0], 0.75, 1e-3);
+    EXPECT_NEAR(c2.v[1], 4.5, 1e-2);
+    EXPECT_NEAR(c2.v[2], 1.25, 1e-3) << "colours go with alpha 1";
+    EXPECT_EQ(c2.v[3], 1.0f) << "a point light is type 1; the hidden spot light says visible 0";
+}
+
+TEST_F(Lighting, ScriptMethodsOfLightsAndTheLightBuffer)
+{
+    oclContext* context = OclGlobal::currentContext();
+    ASSERT_NE(context, nullptr) << "no OpenCL platform on this machine";
+    RtnApplication app;
+    build(app);
+    auto* spot = new ScnDeferredSpotLight();
+    spot->diffuse = ScnColor{0.5f, 0.25f, 1, 1};
+    app.openGL.node.append(spot);
+    open(app);
+    tick();
+
+    lua("s = OpenGL.spotlight\n"
+        "s:setAmbient(0.1, 0.2, 0.3, 0.4)\n"
+        "s:setIntensity(2) s:setAttenuate(3) s:setSpread(0.9)\n"
+        "diffuse = table.concat({s:getDiffuse()}, ' ')\n"
+        "ambient = table.concat({s:getAmbient()}, ' ')\n"
+        "numbers = table.concat({s:getRange(), s:getIntensity(), s:getAttenuate(), s:getSpread()}, ' ')\n"
+        "shader = tostring(s:getShader())\n"
+        "combiner = tostring(Camera.lighbuffer:getShader())\n");
+    EXPECT_EQ(global("diffuse"), "0.5 0.25 1 1");
+    EXPECT_EQ(global("ambient"), "0.10000000149012 0.20000000298023 0.30000001192093 0.40000000596046");
+    EXPECT_EQ(global("numbers"), "6 2 3 0.89999997615814");
+    EXPECT_EQ(global("shader"), "ScnShader (glShader)");
+    EXPECT_EQ(global("combiner"), "ScnShader (lighting)");
+
+    // The record gs_light, read back through a mapped buffer.
+    lua_State* L = AppGlobal::luaState();
+    MemTypeBuffer small(context, 100, MemTypes::UChar, "small", CL_MEM_READ_WRITE | CL_MEM_ALLOC_HOST_PTR);
+    MemTypeBuffer record(context, 34, MemTypes::Float, "record", CL_MEM_READ_WRITE | CL_MEM_ALLOC_HOST_PTR);
+    OclLua::push(L, &small);
+    lua_setglobal(L, "small");
+    OclLua::push(L, &record);
+    lua_setglobal(L, "record");
+    EXPECT_NE(luaError("s:getLightParams(record)").find("buffer not mapped"), std::string::npos);
+    lua("mem.map(small, mem.WRITE)");
+    EXPECT_NE(luaError("s:getLightParams(small)").find("buffer smaller than structure size"), std::string::npos);
+    lua("mem.unmap(small)");
+    EXPECT_NE(luaError("s:getLightParams(5)").find("1D buffer object"), std::string::npos);
+    lua("mem.map(record, mem.READ_WRITE)\n"
+        "s:getLightParams(record)\n"
+        "local t = {}\n"
+        "for i = 0, 31 do t[#t + 1] = string.format('%g', mem.get(record, i)) end\n"
+        "values = table.concat(t, ' ')\n"
+        "mem.unmap(record)\n");
+    // Colours with 0 in w; the world matrix (identity) by columns; range,
+    // intensity, attenuate, spread.
+    EXPECT_EQ(global("values"),
+              "0.5 0.25 1 0 0.1 0.2 0.3 0 1 1 1 0 1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 0 6 2 3 0.9");
+    {
+        unsigned char bytes[ScnDeferredLight::kRecordSize];
+        static_cast<ScnDeferredLight*>(world().getChild(2))->fillRecord(bytes);
+        uint32_t tail[2];
+        std::memcpy(tail, bytes + 128, 8);
+        EXPECT_EQ(tail[0], 1u) << "visible";
+        EXPECT_EQ(tail[1], 1u) << "a spot light is type 1 in the record";
+    }
+
+    // doLighting: a non-userdata first argument is refused, a userdata of
+    // another class is ignored.
+    EXPECT_NE(luaError("Camera.lighbuffer:doLighting(3)").find("framebuffer object"), std::string::npos);
+    lua("Camera.lighbuffer:doLighting(record)");
+    EXPECT_NE(luaError("s:setRange('x')").find("number"), std::string::npos);
+    lua("small, record, s = nil, nil, nil");
+}

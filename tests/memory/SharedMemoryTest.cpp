@@ -90,6 +90,9 @@ std::vector<uint8_t> drawVertices(GLuint buffer, int count)
     glClearColor(0, 0, 0, 1);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     glDisable(GL_DEPTH_TEST);
+    // The mirrored draw winds the other way; a frame run earlier in the same
+    // process leaves culling on.
+    glDisable(GL_CULL_FACE);
     glUseProgram(p);
     glBindVertexArray(vao);
     glBindBuffer(GL_ARRAY_BUFFER, buffer);

@@ -95,7 +95,10 @@ void ScnText::build()
     static const double kOrigin[3] = {0, 0, 0}, kX[3] = {1, 0, 0}, kY[3] = {0, 1, 0};
     f->textGeometry(positions, coords, text.value.data(), text.value.size(), s, kOrigin, kX, kY);
     m_count = static_cast<int>(positions.size() / 3);
-    if (!m_buffers[0] || !GlContext::ready()) return;
+    // Without a context the buffers keep the old text: the next draw
+    // builds again rather than read past them.
+    m_stale = !m_buffers[0] || !GlContext::ready();
+    if (m_stale) return;
     glBindBuffer(GL_ARRAY_BUFFER, m_buffers[0]);
     glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(positions.size() * sizeof(float)), positions.data(),
                  GL_STATIC_DRAW);
@@ -140,6 +143,7 @@ void ScnText::onRender(ScnAction& action)
         action.continueWalk(this, ScnAction::Both);
         return;
     }
+    if (m_stale) build();
     ScnShader* shader = ScnScene::currentShader;
     const unsigned program = shader ? shader->program : 0;
     if (program) {

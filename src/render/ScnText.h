@@ -52,4 +52,5 @@ private:
     ScnBox m_box;
     unsigned m_buffers[2] = {0, 0};
     int m_count = 0;
+    bool m_stale = false;  // the buffers do not hold the present text
 };

@@ -139,6 +139,9 @@ void createAndDraw(ScnNode* tree)
         event.apply(tree);
     }
     GlPlatform::bindScreen();
+    // What earlier tests left: a camera's viewport, a scissor.
+    glViewport(0, 0, GlContext::active()->width(), GlContext::active()->height());
+    glDisable(GL_SCISSOR_TEST);
     glClearColor(0, 0, 0, 1);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     glDisable(GL_DEPTH_TEST);

@@ -324,6 +324,23 @@ TEST_F(Instances, AMissingOrDamagedFileIsLoggedAndLeavesAnEmptyInstanceThatDraws
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_NE(lines[0].find("bad.3Do: file is truncated or damaged"), std::string::npos) << lines[0];
 
+    // A file that holds an instance of itself stops after ten levels.
+    {
+        ScnInstance self;
+        self.path = "data/self.3Do";
+        std::string error;
+        ASSERT_TRUE(scnWriteObject(m_ws / "data/self.3Do", self, error)) << error;
+        ScnInstance outer;
+        outer.path = "data/self.3Do";
+        EXPECT_TRUE(outer.load());
+        int depth = 0;
+        for (ScnNode* n = outer.root(); n; n = static_cast<ScnInstance*>(n)->root()) ++depth;
+        EXPECT_EQ(depth, ScnAction::kInstanceDepth);
+        lines = drain();
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_NE(lines[0].find("instances nested deeper than 10"), std::string::npos) << lines[0];
+    }
+
     // Drawn: nothing from the instance, and the quad after it still is.
     ScnGroup scene;
     scene.append(placingShader());
@@ -417,6 +434,44 @@ TEST_F(Texts, AGlyphLandsWhereTheMeasuredBoxSaysUnderItsTransform)
         ScnActionRender render(nullptr, GlContext::active()->width(), GlContext::active()->height());
         render.apply(scene.get());
     }
+    EXPECT_EQ(drawnPixels().count, 0);
+    destroy(scene.get());
+}
+
+TEST_F(Texts, AMissingFontDescriptionOrPictureIsLoggedAndTheTextDrawsNothing)
+{
+    const std::filesystem::path font = std::filesystem::path(m_ws.path()) / "data/textures/font";
+    ScnGroup design;
+    design.append(glyphShader());
+    auto* label = new ScnText();
+    label->text = "HI";
+    label->scalar = 5.0f;
+    design.append(label);
+
+    // The picture without its description: every glyph is unset and gives
+    // a quad of no size.
+    std::filesystem::remove(font / "FONT.txt");
+    ScnText::loadFont();
+    ASSERT_NE(ScnText::font(), nullptr);
+    EXPECT_EQ(drain(), Lines{"(): " + (font / "FONT.txt").string() + " not found"});
+    {
+        std::unique_ptr<ScnNode> scene(design.instantiate());
+        createAndDraw(scene.get());
+        EXPECT_EQ(static_cast<ScnText*>(label->twin())->vertexCount(), 12);
+        EXPECT_EQ(drawnPixels().count, 0);
+        destroy(scene.get());
+    }
+
+    // No picture either: no font, no vertices, an empty box.
+    std::filesystem::remove(font / "FONT.png");
+    ScnText::loadFont();
+    EXPECT_EQ(ScnText::font(), nullptr);
+    EXPECT_EQ(drain(), Lines{"(): Unable to read file FONT.png"});
+    std::unique_ptr<ScnNode> scene(design.instantiate());
+    createAndDraw(scene.get());
+    auto* text = static_cast<ScnText*>(label->twin());
+    EXPECT_EQ(text->vertexCount(), 0);
+    EXPECT_TRUE(text->computeBounds().isEmpty());
     EXPECT_EQ(drawnPixels().count, 0);
     destroy(scene.get());
 }

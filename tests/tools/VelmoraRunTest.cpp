@@ -109,12 +109,15 @@ TEST_F(VelmoraRun, ScriptErrorsArePrintedWithTheirLineAndDoNotFailTheRun)
     ASSERT_TRUE(app.writeFile(m_tmp / "broken.3Dm", error)) << error;
     RunResult r = run(m_tmp.path() + " broken.3Dm");
     EXPECT_EQ(r.status, 0) << r.err;
-    // This workspace has no file plug-ins and no widget font, which the
-    // start says first: the font's size is asked of the image plug-in.
+    // This workspace has no file plug-ins and neither the scene's nor the
+    // widgets' font, which the start says first: a font's size is asked of
+    // the image plug-in.
     const std::string missing = "(video.so): Function 'getFileExt' not found\n"
                                 "(image.so): Function 'getFileExt' not found\n"
                                 "(volume.so): Function 'getFileExt' not found\n"
                                 "(ply.so): Function 'getFileExt' not found\n"
+                                "(image.so): Function 'getFileInfo' not found\n"
+                                "(): Unable to read file FONT.png\n"
                                 "(image.so): Function 'getFileInfo' not found\n"
                                 "(): Unable to read file GUI.png\n";
     EXPECT_EQ(r.out.rfind(missing, 0), 0u) << r.out;

@@ -16,6 +16,7 @@
 #include "render/ScnDeferredPointLight.h"
 #include "render/ScnDeferredSpotLight.h"
 #include "render/ScnFramebuffer.h"
+#include "render/ScnInstance.h"
 #include "render/ScnLightbuffer.h"
 #include "render/ScnScene.h"
 #include "render/ScnShader.h"
@@ -138,6 +139,8 @@ void init()
         ScnLua::registerNode<ScnBufferElement>(&ScnGroup::s_type, "ScnBufferElement", 2);
         ScnLua::registerNode<ScnBufferAttrib>(&ScnNode::s_type, "ScnBufferAttrib", 2);
         ScnLua::registerNode<ScnText>(&ScnNode::s_type, "ScnText", 2);
+        // All texts share one font; without a context now, the first create loads it.
+        if (GlContext::ready()) ScnText::loadFont();
         ScnLua::registerNode<ScnTest>(&ScnNode::s_type, "ScnTest", 2);
         ScnLua::registerNode<SnsKeyboardSensor>(&ScnNode::s_type, "SnsKeyboardSensor", 16);
     }

@@ -11,7 +11,13 @@
 #include "render/ScnDeferredPointLight.h"
 #include "render/ScnDeferredSpotLight.h"
 #include "render/ScnLightbuffer.h"
+#include "render/ScnInstance.h"
 #include "render/ScnShader.h"
+#include "render/ScnTest.h"
+#include "render/ScnText.h"
+#include "render/ScnTransform.h"
+#include "render/SnsKeyboardSensor.h"
+#include "widgets/InputState.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/RtnApplication.h"
 #include "widgets/GuiControls.h"
@@ -345,6 +351,99 @@ bool writeLit(const std::string& folder)
 
 }  // namespace
 
+// Text in the scene, an object file shown through an instance, the point
+// reader and a key sensor. The sensor is the token of a register: LEFT and
+// RIGHT move the title's transform, R turns it, and each key prints.
+bool writeScene(const std::string& folder)
+{
+    // The object the instance shows: a transform holding a second text.
+    {
+        ScnTransform marker;
+        marker.name = "marker";
+        marker.worldmatrix = ScnMatrix16::translation(-2, -1, 0);
+        auto* label = new ScnText;
+        label->name = "label";
+        label->text = "an instance";
+        label->scalar = 14.0f;
+        marker.append(label);
+        std::string error;
+        if (!scnWriteObject(folder + "/marker.3Do", marker, error)) {
+            std::fprintf(stderr, "velmora-samples: %s\n", error.c_str());
+            return false;
+        }
+    }
+    RtnApplication app;
+    app.viewpoints.values[0] = app.camera.node.matrix.value;
+    auto* shader = new ScnShader;
+    shader->name = "glyphs";
+    shader->vertex =
+        "#version 330\n"
+        "in vec4 gs_Vertex;\n"
+        "in vec2 gs_Texture;\n"
+        "uniform mat4 gs_ModelViewProjectionMatrix;\n"
+        "out vec2 uv;\n"
+        "void main()\n"
+        "{\n"
+        "    uv = gs_Texture;\n"
+        "    gl_Position = gs_ModelViewProjectionMatrix * gs_Vertex;\n"
+        "}\n";
+    shader->fragment =
+        "#version 330\n"
+        "uniform sampler2D gs_Characters;\n"
+        "in vec2 uv;\n"
+        "out vec4 outColor;\n"
+        "void main()\n"
+        "{\n"
+        "    if (texture(gs_Characters, uv).a < 0.5) discard;\n"
+        "    outColor = vec4(1.0, 0.85, 0.3, 1.0);\n"
+        "}\n";
+    auto* title = new ScnTransform;
+    title->name = "title";
+    title->worldmatrix = ScnMatrix16::translation(-4, 1, 0);
+    auto* caption = new ScnText;
+    caption->name = "caption";
+    caption->text = "Velmora";
+    caption->scalar = 24.0f;
+    title->append(caption);
+    // Paths are relative to the workspace: the samples folder is in it.
+    auto* instance = new ScnInstance;
+    instance->name = "object";
+    instance->path = "samples/marker.3Do";
+    instance->transform = ScnMatrix16::translation(0, -1, 0);
+    auto* keys = new SnsKeyboardSensor;
+    keys->name = "keys";
+    keys->map.values[InputState::KeyLeft] = 1;
+    keys->map.values[InputState::KeyRight] = 1;
+    keys->map.values['r'] = 1;
+    auto* cloud = new ScnTest;
+    cloud->name = "cloud";
+    for (ScnNode* n : {static_cast<ScnNode*>(shader), static_cast<ScnNode*>(title), static_cast<ScnNode*>(instance),
+                       static_cast<ScnNode*>(keys), static_cast<ScnNode*>(cloud)})
+        app.openGL.node.append(n);
+
+    auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    RtnRegister* r = main->createRegister(0);
+    keys->addEvents(r->functions);
+    r->functions.setCode(RtnRegister::OnDeposit, "print(\"keys: LEFT and RIGHT move the title, R turns it\")\n");
+    r->functions.setCode(SnsKeyboardSensor::OnDown,
+                         "local k = event:getKey()\n"
+                         "if k == sio.VK_LEFT then OpenGL.title:translate(-0.5, 0, 0)\n"
+                         "elseif k == sio.VK_RIGHT then OpenGL.title:translate(0.5, 0, 0)\n"
+                         "else OpenGL.title:rotate(0.2, 0, 0, 1) end\n"
+                         "OpenGL.title.caption:setText(\"key \" .. k)\n"
+                         "print(\"key \" .. k .. \" down\")\n");
+    r->functions.setCode(SnsKeyboardSensor::OnUp, "print(\"key \" .. event:getKey() .. \" up\")\n");
+    r->marking.append(keys);
+    RtnMFRef::s_root = &app;
+    std::string error;
+    bool ok = app.writeFile(folder + "/scene.3Dm", error);
+    RtnMFRef::s_root = nullptr;
+    if (!ok) std::fprintf(stderr, "velmora-samples: %s\n", error.c_str());
+    return ok;
+}
+
+}  // namespace
+
 int main(int argc, char** argv)
 {
     if (argc != 2) {
@@ -369,5 +468,6 @@ int main(int argc, char** argv)
     const bool particles = writeParticles(folder);
     const bool ui = writeUi(folder);
     const bool lit = writeLit(folder);
-    return hello && compute && particles && ui && lit ? 0 : 1;
+    const bool scene = writeScene(folder);
+    return hello && compute && particles && ui && lit && scene ? 0 : 1;
 }

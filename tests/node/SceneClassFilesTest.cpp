@@ -23,6 +23,7 @@
 #include "render/ScnTest.h"
 #include "render/ScnText.h"
 #include "render/ScnTexture.h"
+#include "render/ScnInstance.h"
 #include "render/ScnTransform.h"
 #include "render/SnsKeyboardSensor.h"
 #include "runtime/RtnApplication.h"

@@ -20,6 +20,7 @@
 #include "render/ScnTest.h"
 #include "render/ScnText.h"
 #include "render/ScnTexture.h"
+#include "render/ScnInstance.h"
 #include "render/ScnTransform.h"
 #include "render/SnsKeyboardSensor.h"
 #include "runtime/AppGlobal.h"

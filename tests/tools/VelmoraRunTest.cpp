@@ -110,12 +110,15 @@ TEST_F(VelmoraRun, ScriptErrorsArePrintedWithTheirLineAndDoNotFailTheRun)
     ASSERT_TRUE(app.writeFile(m_tmp / "broken.3Dm", error)) << error;
     RunResult r = run(m_tmp.path() + " broken.3Dm");
     EXPECT_EQ(r.status, 0) << r.err;
-    // This workspace has no file plug-ins and no widget font, which the
-    // start says first: the font's size is asked of the image plug-in.
+    // This workspace has no file plug-ins and neither the scene's nor the
+    // widgets' font, which the start says first: a font's size is asked of
+    // the image plug-in.
     const std::string missing = "(video.so): Function 'getFileExt' not found\n"
                                 "(image.so): Function 'getFileExt' not found\n"
                                 "(volume.so): Function 'getFileExt' not found\n"
                                 "(ply.so): Function 'getFileExt' not found\n"
+                                "(image.so): Function 'getFileInfo' not found\n"
+                                "(): Unable to read file FONT.png\n"
                                 "(image.so): Function 'getFileInfo' not found\n"
                                 "(): Unable to read file GUI.png\n";
     EXPECT_EQ(r.out.rfind(missing, 0), 0u) << r.out;
@@ -549,4 +552,63 @@ TEST_F(VelmoraRun, ADamagedInputFileIsNamedWithItsLine)
     RunResult missing = run("--frames 2 --input " + (m_tmp / "none.txt") + " " + workspace() + " samples/ui.3Dm");
     EXPECT_EQ(missing.status, 2);
     EXPECT_EQ(missing.err, "velmora-run: cannot read input file " + (m_tmp / "none.txt") + "\n");
+}
+
+namespace {
+
+// The leftmost column of the scene sample's text colour (1, 0.85, 0.3) in a
+// PNG of the runner, or -1 when there is none.
+int leftmostText(const std::string& png)
+{
+    int w = 0, h = 0, n = 0;
+    std::unique_ptr<unsigned char, void (*)(void*)> px(stbi_load(png.c_str(), &w, &h, &n, 4), stbi_image_free);
+    if (!px) return -1;
+    int left = -1;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const unsigned char* p = px.get() + (static_cast<size_t>(y) * w + x) * 4;
+            if (p[0] > 240 && p[1] > 200 && p[1] < 230 && p[2] > 60 && p[2] < 90 && (left < 0 || x < left)) left = x;
+        }
+    return left;
+}
+
+}  // namespace
+
+TEST_F(VelmoraRun, SceneSampleMovesItsTitleWhenTheKeySensorSeesLeft)
+{
+    // LEFT held from frame 2 to 4, then R pressed for two frames.
+    std::ofstream(m_tmp / "keys.txt") << "2 keydown LEFT\n4 keyup LEFT\n5 keydown r\n7 keyup r\n";
+    const std::string moved = m_tmp / "moved.png", still = m_tmp / "still.png";
+    RunResult r = run("--frames 8 --start --png " + moved + " --input " + (m_tmp / "keys.txt") + " " + workspace() +
+                      " samples/scene.3Dm");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out,
+              "(ScnTest): 200 points read from cloud.txt\n"
+              "(script): keys: LEFT and RIGHT move the title, R turns it\n"
+              "(script): key 144 down\n"
+              "(script): key 144 up\n"
+              "(script): key 114 down\n"
+              "(script): key 114 up\n");
+
+    // Without the keys the title stays where the file put it; LEFT moved it
+    // half a unit to the left, which the camera at 12 units shows as pixels.
+    RunResult s = run("--frames 8 --start --png " + still + " " + workspace() + " samples/scene.3Dm");
+    ASSERT_EQ(s.status, 0) << s.err;
+    const int before = leftmostText(still), after = leftmostText(moved);
+    ASSERT_GE(before, 0) << "the title is drawn";
+    EXPECT_LT(after, before - 10);
+
+    // Without --start nothing runs: the sensor fires nothing.
+    RunResult editing = run("--frames 8 --input " + (m_tmp / "keys.txt") + " " + workspace() + " samples/scene.3Dm");
+    ASSERT_EQ(editing.status, 0) << editing.err;
+    EXPECT_EQ(editing.out.find("key 144"), std::string::npos) << editing.out;
+}
+
+TEST_F(VelmoraRun, SceneSampleSavesAsTheSameBytesWithItsObjectLoaded)
+{
+    std::string out = m_tmp / "scene.3Dm";
+    RunResult r = run("--frames 3 --start --save " + out + " " + workspace() + " samples/scene.3Dm");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.find("File missing"), std::string::npos) << r.out;
+    EXPECT_EQ(slurp(out), slurp(workspace() + "/samples/scene.3Dm"));
 }

@@ -27,7 +27,16 @@ void InputState::setCursor(double x, double y)
 
 void InputState::setKey(int code, bool down)
 {
-    if (code >= 0 && code < kKeys) m_now.keys[code] = down;
+    if (code < 0 || code >= kKeys) return;
+    if (code == KeySpace || code == KeySpaceToo) {
+        for (int c : {int(KeySpace), int(KeySpaceToo)}) {
+            if (down && !m_now.keys[c]) m_now.keyPressed[c] = true;
+            m_now.keys[c] = down;
+        }
+        return;
+    }
+    if (down && !m_now.keys[code]) m_now.keyPressed[code] = true;
+    m_now.keys[code] = down;
 }
 
 void InputState::setButton(int button, bool down)
@@ -71,7 +80,9 @@ void InputState::sample(uint32_t ms, int width, int height)
     // one while it is up; the other code keeps its last value.
     const bool shift = m_now.keys[KeyShift];
     for (int k = 0; k < kKeys; ++k) {
-        const bool now = m_now.keys[k], before = m_before[k];
+        // A press already let go counts as down for this one sample.
+        const bool now = m_now.keys[k] || m_now.keyPressed[k], before = m_before[k];
+        m_now.keyPressed[k] = false;
         const uint32_t s = now && before ? 1u : now ? 2u : before ? 4u : 0u;
         if (isLetter(k))
             keys[shift ? k - 32 : k] = s;

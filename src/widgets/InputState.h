@@ -18,9 +18,11 @@ public:
     enum : uint32_t { Held = 1, WentDown = 2, WentUp = 4, DoubleClick = 8 };
     // The kit's own key codes (letters: 65 to 90 with Shift, 97 to 122 without).
     enum Key : int {
+        KeySpace = 32,
         KeyShift = 133,
         KeyControl = 134,
         KeyAlt = 135,
+        KeySpaceToo = 139,
         KeyLeft = 144,
         KeyUp = 145,
         KeyRight = 146,
@@ -50,7 +52,9 @@ public:
     // Cursor in view pixels, y measured from the bottom.
     void setCursor(double x, double y);
     // A key by kit code; letters are reported by their lower-case code and
-    // sampled into the upper-case one while Shift is held.
+    // sampled into the upper-case one while Shift is held. SPACE has two
+    // codes, 32 and 139: either reports both. A key pressed and let go
+    // between two samples still goes down in the first and up in the next.
     void setKey(int code, bool down);
     // Button 1 left, 2 right. A press is remembered until the next sample
     // even when the button is up again by then.
@@ -68,6 +72,7 @@ public:
 private:
     struct Reported {
         bool keys[kKeys] = {};
+        bool keyPressed[kKeys] = {};  // went down since the last sample
         bool left = false, right = false;
         bool leftPressed = false, rightPressed = false;
         double x = 0, y = 0;

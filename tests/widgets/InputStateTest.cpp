@@ -43,6 +43,29 @@ TEST_F(Fresh, KeysGoDownAreHeldAndGoUpAndLettersFollowShift)
     EXPECT_EQ(in.keys['a'], 0u);
 }
 
+TEST_F(Fresh, AQuickTapBetweenFramesGoesDownThenUpAndSpaceHasBothCodes)
+{
+    // Pressed and let go before the view sampled: one frame down, one up.
+    in.setKey('q', true);
+    in.setKey('q', false);
+    in.sample(ms, 200, 100);
+    EXPECT_EQ(in.keys['q'], InputState::WentDown);
+    frame();
+    EXPECT_EQ(in.keys['q'], InputState::WentUp);
+    frame();
+    EXPECT_EQ(in.keys['q'], 0u);
+
+    // SPACE reported by either code shows under both.
+    in.setKey(139, true);
+    frame();
+    EXPECT_EQ(in.keys[32], InputState::WentDown);
+    EXPECT_EQ(in.keys[139], InputState::WentDown);
+    in.setKey(32, false);
+    frame();
+    EXPECT_EQ(in.keys[32], InputState::WentUp);
+    EXPECT_EQ(in.keys[139], InputState::WentUp);
+}
+
 TEST_F(Fresh, PositionIsNormalisedWithDeltasAndWheelAndScrollLastOneFrame)
 {
     in.setCursor(50, -5);

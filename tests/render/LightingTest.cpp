@@ -25,6 +25,7 @@
 #include "render/ScnDeferredPointLight.h"
 #include "render/ScnDeferredSpotLight.h"
 #include "render/ScnLightbuffer.h"
+#include "render/ScnTransform.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/CmdNodes.h"
 #include "runtime/RtnApplication.h"
@@ -291,6 +292,43 @@ TEST_F(Lighting, APointLightIsBrighterNearItAsItsAttenuationSays)
     EXPECT_FLOAT_EQ(running.volume()[0], 3.0f);
     m_doc.runtime()->update(&running, &running.range);
     EXPECT_FLOAT_EQ(running.volume()[0], 5.0f);
+}
+
+TEST_F(Lighting, ALightUnderATransformShinesFromWhereTheTransformPutsIt)
+{
+    RtnApplication app;
+    build(app);
+    auto* lift = new ScnTransform();
+    lift->worldmatrix = ScnMatrix16::translation(0, 1.5, 0);  // world y is the eye's y here
+    auto* light = new ScnDeferredPointLight();
+    light->diffuse = ScnColor{1, 1, 1, 1};
+    light->ambient = ScnColor{0, 0, 0, 1};
+    light->specular = ScnColor{0, 0, 0, 1};
+    light->range = 6.0f;
+    light->intensity = 1.0f;
+    light->attenuate = 2.0f;
+    lift->append(light);
+    app.openGL.node.append(lift);
+    open(app);
+    tick();
+    EXPECT_TRUE(drain().empty());
+
+    // The light stands at (0, 1.5, -10) in eye space: the pixel whose ray
+    // meets the plane at eye height 1.5 is its foot.
+    const int cx = m_width / 2, cy = m_height / 2;
+    const double t = std::tan(1.0471976 / 2);
+    const int foot = static_cast<int>((1.5 / (t * 12) + 1) / 2 * m_height);
+    auto expected = [&](int y) {
+        double p[3];
+        eyePoint(cx, y, p);
+        const double d = std::sqrt(p[0] * p[0] + (p[1] - 1.5) * (p[1] - 1.5) + (p[2] + 10) * (p[2] + 10));
+        return reach(d, 6, 1, 2) * 2 / d;
+    };
+    for (int y : {foot, cy, cy - 20}) {
+        SCOPED_TRACE("row " + std::to_string(y));
+        EXPECT_NEAR(readTarget(lightbuffer().fbo, 0, cx, y).v[0], expected(y), 0.01);
+    }
+    EXPECT_GT(readTarget(lightbuffer().fbo, 0, cx, foot).v[0], readTarget(lightbuffer().fbo, 0, cx, cy).v[0] + 0.05);
 }
 
 TEST_F(Lighting, ASpotLightLightsInsideItsConeOnly)

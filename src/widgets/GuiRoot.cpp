@@ -197,6 +197,7 @@ void GuiRoot::onCreate(ScnAction& action)
         return;
     }
     GuiDraw::buildPrograms();
+    GuiDraw::loadIcons();
     makePicture();
     invalidateAll();
     rebuildPalette();

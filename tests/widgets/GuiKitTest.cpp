@@ -43,6 +43,10 @@ protected:
         const std::filesystem::path to = std::filesystem::path(m_ws.path()) / "data/textures/font";
         std::filesystem::create_directories(to);
         for (const char* f : {"GUI.png", "GUI.txt"}) std::filesystem::copy_file(from / f, to / f);
+        const std::filesystem::path icons = std::filesystem::path(VELMORA_BIN_DIR) / "workspace/data/textures/gui";
+        ASSERT_TRUE(std::filesystem::exists(icons / "icons.jpg")) << "the build draws the icon atlas into " << icons;
+        std::filesystem::create_directories(std::filesystem::path(m_ws.path()) / "data/textures/gui");
+        std::filesystem::copy_file(icons / "icons.jpg", std::filesystem::path(m_ws.path()) / "data/textures/gui/icons.jpg");
         // The program's start found no workspace font; this one has it, read
         // through the image plug-in.
         sources::loadPlugins();
@@ -745,4 +749,71 @@ TEST_F(Kit, AnInputTakesFocusByEitherButtonAndSelectsByMouseAndKeys)
     tick();
     type(129);
     EXPECT_EQ(input->text.value, "");
+}
+
+TEST_F(Kit, IconCellsAreDrawnUprightFromTheAtlas)
+{
+    GlScope gl;
+    ASSERT_TRUE(gl.ok());
+    GuiDraw::buildPrograms();
+    GuiDraw::loadIcons();
+    ASSERT_NE(GuiDraw::iconTexture(), 0u);
+    EXPECT_EQ(GuiDraw::iconWidth(), 512);
+    EXPECT_EQ(GuiDraw::iconHeight(), 512);
+    float s0, t0, s1, t1;
+    GuiDraw::iconCell(33, s0, t0, s1, t1);
+    EXPECT_FLOAT_EQ(s0, 1 / 32.0f + 0.001f);
+    EXPECT_FLOAT_EQ(t0, 0.25f + 1 / 32.0f);
+    EXPECT_FLOAT_EQ(t1, 0.25f);
+
+    // Cells 0 (folder) and 1 (file), each drawn 32 by 32 pixels into a
+    // picture of our own, so one atlas pixel is two of the picture.
+    const int w = 100, h = 50;
+    GLuint target = 0, fbo = 0;
+    glGenTextures(1, &target);
+    glBindTexture(GL_TEXTURE_2D, target);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, w, h, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    glGenFramebuffers(1, &fbo);
+    glBindFramebuffer(GL_FRAMEBUFFER, fbo);
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, target, 0);
+    glViewport(0, 0, w, h);
+    GuiDraw::setViewport(w, h);
+    glDisable(GL_DEPTH_TEST);
+    glDisable(GL_SCISSOR_TEST);
+    glDisable(GL_BLEND);
+    glClearColor(0, 0, 0, 1);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glActiveTexture(GL_TEXTURE0);
+    glBindTexture(GL_TEXTURE_2D, GuiDraw::iconTexture());
+    for (int n : {0, 1}) {
+        ScnBox box;
+        box.min[0] = 10 + 40 * n, box.min[1] = 10, box.max[0] = 42 + 40 * n, box.max[1] = 42;
+        GuiDraw::iconCell(n, s0, t0, s1, t1);
+        GuiDraw::texturedQuad(box, 0, 0, s0, t0, s1, t1);
+    }
+    glBindTexture(GL_TEXTURE_2D, 0);
+    std::string failure;
+    const std::vector<uint8_t> picture = GlPlatform::readFramebuffer(fbo, w, h, failure);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    glDeleteFramebuffers(1, &fbo);
+    glDeleteTextures(1, &target);
+    glEnable(GL_DEPTH_TEST);
+    ASSERT_EQ(picture.size(), static_cast<size_t>(w * h * 4)) << failure;
+    // The picture's pixel for the cell pixel (x, y), y from the cell's top.
+    auto at = [&](int n, double x, double y) {
+        const size_t px = static_cast<size_t>(10 + 40 * n + static_cast<int>(x * 2));
+        const size_t py = static_cast<size_t>(10 + static_cast<int>((16 - y) * 2));
+        const uint8_t* q = picture.data() + (py * w + px) * 4;
+        return Pixel{q[0], q[1], q[2], q[3]};
+    };
+    auto near = [](const Pixel& p, int r, int g, int b, const char* what) {
+        EXPECT_NEAR(p[0], r, 12) << what;
+        EXPECT_NEAR(p[1], g, 12) << what;
+        EXPECT_NEAR(p[2], b, 12) << what;
+    };
+    near(at(0, 8, 10), 232, 188, 64, "the folder's body");
+    near(at(0, 4, 3), 190, 145, 40, "its tab, at the top left");
+    near(at(0, 12, 2), 192, 192, 192, "the background above its right side");
+    near(at(1, 8, 3.5), 250, 250, 250, "the file's paper");
+    near(at(1, 1.5, 8), 192, 192, 192, "left of the page");
 }

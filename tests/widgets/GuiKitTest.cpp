@@ -817,3 +817,68 @@ TEST_F(Kit, IconCellsAreDrawnUprightFromTheAtlas)
     near(at(1, 8, 3.5), 250, 250, 250, "the file's paper");
     near(at(1, 1.5, 8), 192, 192, 192, "left of the page");
 }
+
+TEST_F(Kit, OnlyWhatChangedIsRedrawnAndCtrlGHidesTheWidgetsWhileEditing)
+{
+    open([](RtnApplication& app) { static_cast<GuiLabel*>(app.gui.node.getChild(0))->text = "Hi"; });
+    InputState& in = InputState::instance();
+    // CONTROL is held from the frame after it went down.
+    auto ctrlG = [&]() {
+        in.setKey(InputState::KeyControl, true);
+        tick();
+        in.setKey('g', true);
+        tick();
+        in.setKey('g', false);
+        in.setKey(InputState::KeyControl, false);
+        tick();
+    };
+    tick();
+    const Pixel bg = pixelAt(5, 5);
+    const std::array<int, 3> fill{over(1, 0.9f, bg[0]), over(1, 0.9f, bg[1]), over(1, 0.9f, bg[2])};
+    expectNear(pixelAt(25, 35), fill, "shown");
+    ctrlG();
+    EXPECT_FALSE(root()->visible());
+    expectNear(pixelAt(25, 35), {bg[0], bg[1], bg[2]}, "hidden by Ctrl+G");
+    ctrlG();
+    EXPECT_TRUE(root()->visible());
+    expectNear(pixelAt(25, 35), fill, "shown again");
+
+    // Running: Ctrl+G does nothing, and a frame leaves the dirty rectangle
+    // empty.
+    m_doc.toggleSimulation();
+    tick();
+    ctrlG();
+    EXPECT_TRUE(root()->visible());
+    EXPECT_TRUE(root()->dirtyEmpty());
+    const int before = darkIn(20, 30, 120, 70, 100);
+    ASSERT_GT(before, 0);
+
+    // A field changed behind the kit's back is not drawn: nothing asked for
+    // it. setText asks for the label's own box, and only that.
+    auto* label = dynamic_cast<GuiLabel*>(widget("caption"));
+    label->text = "Hello there, world";
+    tick();
+    EXPECT_EQ(darkIn(20, 30, 120, 70, 100), before) << "not redrawn";
+    lua_State* L = AppGlobal::luaState();
+    ScnLua::setGlobalNode(L, "caption", label);
+    ASSERT_EQ(luaL_dostring(L, "caption:setText('Hello there, world')"), 0) << lua_tostring(L, -1);
+    const double* d = root()->dirty();
+    EXPECT_EQ((std::array<double, 4>{d[0], d[1], d[3], d[4]}), (std::array<double, 4>{20, 30, 120, 70}));
+    tick();
+    EXPECT_GT(darkIn(20, 30, 120, 70, 100), before) << "redrawn";
+
+    // Hiding invalidates while the old flag still stands; showing waits for
+    // the next invalidation.
+    ASSERT_EQ(luaL_dostring(L, "caption:setVisible(false)"), 0) << lua_tostring(L, -1);
+    EXPECT_FALSE(root()->dirtyEmpty());
+    tick();
+    expectNear(pixelAt(25, 35), {bg[0], bg[1], bg[2]}, "hidden label");
+    ASSERT_EQ(luaL_dostring(L, "caption:setVisible(true)"), 0) << lua_tostring(L, -1);
+    EXPECT_TRUE(root()->dirtyEmpty());
+    tick();
+    expectNear(pixelAt(25, 35), {bg[0], bg[1], bg[2]}, "shown, but not yet drawn");
+    label->invalidate();
+    tick();
+    expectNear(pixelAt(25, 35), fill, "drawn with the next invalidation");
+    ScnLua::clearGlobalNode(L, "caption");
+}

@@ -82,12 +82,18 @@ void ScnAction::visitChain(ScnNode* node)
     m_pending = saved;
 }
 
+std::vector<ScnAction::After>& ScnAction::moreAfter()
+{
+    static thread_local std::vector<After> more;
+    return more;
+}
+
 void ScnAction::pushAfter(const After& a)
 {
     if (m_afterCount < kAfterInline)
         m_after[m_afterCount] = a;
     else
-        m_moreAfter.push_back(a);
+        moreAfter().push_back(a);
     ++m_afterCount;
 }
 
@@ -95,8 +101,9 @@ ScnAction::After ScnAction::popAfter()
 {
     --m_afterCount;
     if (m_afterCount < kAfterInline) return m_after[m_afterCount];
-    After a = m_moreAfter.back();
-    m_moreAfter.pop_back();
+    std::vector<After>& more = moreAfter();
+    After a = more.back();
+    more.pop_back();
     return a;
 }
 

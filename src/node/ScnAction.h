@@ -108,8 +108,13 @@ private:
     void pushAfter(const After& a);
     After popAfter();
     After m_after[kAfterInline] = {};
-    std::vector<After> m_moreAfter;  // beyond the inline ones: long runs of such siblings
     int m_afterCount = 0;
+    // Beyond the inline ones (long runs of such siblings) the calls wait on
+    // one list per thread that keeps its capacity from walk to walk, so a
+    // steady frame allocates nothing however long its child lists are. A
+    // walk started inside a hook stacks its calls above those of the outer
+    // walk and takes them off before it returns.
+    static std::vector<After>& moreAfter();
 };
 
 // Walks that compute bounding boxes: leaves add their own box, groups the box

@@ -13,6 +13,7 @@
 #include "runtime/RtnNodes.h"
 #include "runtime/ScnLua.h"
 #include "runtime/ScnScriptEnv.h"
+#include "widgets/GuiActionUpdate.h"
 
 ScnNodeType CmdRegister::s_type{0, 0, "CmdRegister", nullptr, 0};
 ScnNodeType CmdProcessor::s_type;
@@ -389,7 +390,7 @@ void CmdApplication::create(ScnNode* start)
 void CmdApplication::update(ScnNode* start, ScnField* changed)
 {
     GlScope gl;  // shaders and buffers are made and freed with the context current
-    ScnActionUpdate a(false, changed);
+    GuiActionUpdate a(false, changed);
     if (start)
         a.apply(a.buildPath(start, this));
     else

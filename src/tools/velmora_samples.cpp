@@ -205,6 +205,11 @@ bool writeUi(const std::string& folder)
     button->position = ScnVec3{40, 540, 0};
     button->size = ScnVec3{100, 30, 0};
     root.append(button);
+    auto* input = new GuiInput;
+    input->name = "entry";
+    input->position = ScnVec3{40, 480, 0};
+    input->size = ScnVec3{200, 23, 0};
+    root.append(input);
 
     auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
     RtnRegister* r = main->createRegister(0);
@@ -216,6 +221,12 @@ bool writeUi(const std::string& folder)
                          "sio.getMouseY(event))\n");
     r->functions.setCode(GuiButton::OnUp, "print(\"up, \" .. presses .. \" presses\")\n");
     r->marking.append(button);
+    RtnRegister* typed = main->createRegister(1);
+    input->addEvents(typed->functions);
+    typed->functions.setCode(GuiInput::OnEnter,
+                             "print(\"entered \" .. event:getText() .. \", RETURN pressed: \" .. "
+                             "tostring(sio.isKeyPressed(sio.VK_RETURN)))\n");
+    typed->marking.append(input);
     RtnMFRef::s_root = &app;
     std::string error;
     bool ok = app.writeFile(folder + "/ui.3Dm", error);

@@ -119,6 +119,21 @@ int GuiComponent<T>::luaSetVisible(lua_State* L)
 template class GuiComponent<ScnNode>;
 template class GuiComponent<ScnGroup>;
 
+bool guiWidgetFields(ScnNode* node, ScnSFVec3f*& position, ScnSFVec3f*& size)
+{
+    if (auto* leaf = dynamic_cast<GuiComponent<ScnNode>*>(node)) {
+        position = &leaf->position;
+        size = &leaf->size;
+        return true;
+    }
+    if (auto* group = dynamic_cast<GuiComponent<ScnGroup>*>(node)) {
+        position = &group->position;
+        size = &group->size;
+        return true;
+    }
+    return false;
+}
+
 void guiAddEvents(ScnMFFunction& functions, std::span<const char* const> names)
 {
     for (const char* n : names)

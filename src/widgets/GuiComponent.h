@@ -80,6 +80,10 @@ private:
 extern template class GuiComponent<ScnNode>;
 extern template class GuiComponent<ScnGroup>;
 
+// The position and size fields of a widget of either kind; false (and the
+// pointers untouched) for a node that is no widget.
+bool guiWidgetFields(ScnNode* node, ScnSFVec3f*& position, ScnSFVec3f*& size);
+
 // The event names of a widget class, in the order of their numbers: the first
 // is number 3, after the three that every register has. Names that the list
 // holds already are kept where they stand.

@@ -161,6 +161,7 @@ void GuiInput::setText(const std::string& value)
 {
     text = value;
     m_cursor = std::min<int>(m_cursor, static_cast<int>(text.value.size()));
+    m_selStart = m_selEnd = m_cursor;
     invalidate();
 }
 
@@ -200,10 +201,11 @@ void GuiInput::serveEvent(GuiActionEvent& action)
         return;
     }
     const InputState& in = InputState::instance();
-    if (in.leftButton & (InputState::WentDown | InputState::DoubleClick)) {
+    if ((in.leftButton & InputState::WentDown) || GuiRoot::rightWentDown()) {
         if (GuiActionEvent::mouseInside(getBounds())) {
             if (GuiRoot::focus() != this) GuiRoot::setFocus(this);
             m_cursor = characterAt(in.mouseX);
+            m_selStart = m_selEnd = m_cursor;
             invalidate();
             action.handled = true;
         } else if (GuiRoot::focus() == this) {
@@ -213,7 +215,18 @@ void GuiInput::serveEvent(GuiActionEvent& action)
         return;
     }
     if (GuiRoot::focus() != this) return;
-    takeKeys();
+    const int length = static_cast<int>(text.value.size());
+    if (in.leftButton & InputState::DoubleClick) {
+        m_selStart = 0;
+        m_selEnd = length;
+    } else if (in.leftButton & InputState::Held) {
+        // Dragging selects from the cursor to the mouse, either way.
+        const int at = characterAt(in.mouseX);
+        m_selStart = std::min(m_cursor, at);
+        m_selEnd = std::max(m_cursor, at);
+    } else {
+        takeKeys();
+    }
     if (in.keys[132] & InputState::WentDown) notify(OnEnter);
     m_cursorOffset = text.value.empty() ? 1 : GuiDraw::textWidth(text.value.c_str(), m_cursor) + 1;
     // Every frame: the cursor blinks.
@@ -236,6 +249,14 @@ bool GuiInput::repeat(int code, int delay)
     return false;
 }
 
+bool GuiInput::deleteSelection()
+{
+    if (m_selStart >= m_selEnd) return false;
+    text.value.erase(static_cast<size_t>(m_selStart), static_cast<size_t>(m_selEnd - m_selStart));
+    m_cursor = m_selEnd = m_selStart;
+    return true;
+}
+
 void GuiInput::takeKeys()
 {
     const InputState& in = InputState::instance();
@@ -247,20 +268,49 @@ void GuiInput::takeKeys()
     for (int k = 0; k < InputState::kKeys && key < 0; ++k)
         if ((in.keys[k] & InputState::WentDown) && printable(k)) key = k;
     std::string& s = text.value;
+    const int length = static_cast<int>(s.size());
     auto held = [&](int code) { return (in.keys[code] & (InputState::Held | InputState::WentDown)) != 0; };
+    const bool shift = held(InputState::KeyShift);
     if (key >= 0) {
+        deleteSelection();
         if (repeat(key, 11)) {
             s.insert(s.begin() + m_cursor, static_cast<char>(key));
             ++m_cursor;
         }
+        m_selStart = m_selEnd = m_cursor;
     } else if (held(129)) {  // BACKSPACE
-        if (repeat(129, 11) && m_cursor > 0) s.erase(static_cast<size_t>(--m_cursor), 1);
+        const bool first = m_lastKey != 129;
+        if (repeat(129, 11) && !(first && deleteSelection()) && m_cursor > 0) s.erase(static_cast<size_t>(--m_cursor), 1);
+        m_selStart = m_selEnd = m_cursor;
     } else if (held(InputState::KeyLeft)) {
-        if (repeat(InputState::KeyLeft, 15) && m_cursor > 0) --m_cursor;
+        if (repeat(InputState::KeyLeft, 15)) {
+            if (shift) {
+                if (m_selStart == m_selEnd) m_selStart = m_selEnd = m_cursor;
+                m_selStart = std::max(0, m_selStart - 1);
+                m_cursor = m_selStart;
+            } else if (m_selStart < m_selEnd) {
+                m_cursor = m_selEnd = m_selStart;
+            } else if (m_cursor > 0) {
+                m_selStart = m_selEnd = --m_cursor;
+            }
+        }
     } else if (held(InputState::KeyRight)) {
-        if (repeat(InputState::KeyRight, 15) && m_cursor < static_cast<int>(s.size())) ++m_cursor;
+        if (repeat(InputState::KeyRight, 15)) {
+            if (shift) {
+                if (m_selStart == m_selEnd) m_selStart = m_selEnd = m_cursor;
+                m_selEnd = std::min(length, m_selEnd + 1);
+                m_cursor = m_selEnd;
+            } else if (m_selStart < m_selEnd) {
+                m_cursor = m_selStart = m_selEnd;
+            } else if (m_cursor < length) {
+                m_selStart = m_selEnd = ++m_cursor;
+            }
+        }
     } else if (held(127)) {  // DELETE
-        if (repeat(127, 15) && m_cursor < static_cast<int>(s.size())) s.erase(static_cast<size_t>(m_cursor), 1);
+        const bool first = m_lastKey != 127;
+        if (repeat(127, 15) && !(first && deleteSelection()) && m_cursor < length)
+            s.erase(static_cast<size_t>(m_cursor), 1);
+        m_selStart = m_selEnd = m_cursor;
     } else {
         m_lastKey = 0;
         m_counter = 11;
@@ -285,10 +335,31 @@ void GuiInput::draw()
         GuiDraw::flush();
         if (GlContext::ready()) glLineWidth(1);
     }
+    const char* chars = text.value.c_str();
+    const int length = static_cast<int>(text.value.size());
+    const double tx = box.min[0] + 3, ty = box.min[1] + 5;
     GuiDraw::pushClip(box, 2, 2);
     GuiDraw::setColor(GuiDraw::palette(GuiDraw::Text));
-    GuiDraw::text(box.min[0] + 3, box.min[1] + 5, text.value.c_str(), static_cast<int>(text.value.size()));
+    GuiDraw::text(tx, ty, chars, length);
     GuiDraw::popClip();
+    const int from = std::clamp(m_selStart, 0, length), to = std::clamp(m_selEnd, 0, length);
+    if (from < to) {
+        // The selection: the same text again, in its own colours, over a
+        // fill that reaches from one end of the selection to the other.
+        ScnBox sel = box;
+        sel.min[0] = tx + GuiDraw::textWidth(chars, from);
+        sel.max[0] = tx + GuiDraw::textWidth(chars, to);
+        GuiDraw::lower(0.001f);
+        GuiDraw::pushClip(box, 2, 2);
+        GuiDraw::pushClip(sel, 0, 2);
+        GuiDraw::setColor(GuiDraw::palette(GuiDraw::Highlight));
+        GuiDraw::fillRect(sel, 0, 2);
+        GuiDraw::setColor(GuiDraw::palette(GuiDraw::HighlightText));
+        GuiDraw::text(tx, ty, chars, length);
+        GuiDraw::popClip();
+        GuiDraw::popClip();
+        GuiDraw::lower(-0.001f);
+    }
     GuiDraw::bevel(box, GuiDraw::Sunken);
 }
 

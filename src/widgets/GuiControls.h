@@ -94,6 +94,10 @@ public:
     // outside lets focus go, keys are taken while it stays.
     void serveFocus(GuiActionEvent& action) { serveEvent(action); }
     int cursor() const { return m_cursor; }
+    // The selected characters run from start to end (end not included);
+    // empty when the two are equal.
+    int selectionStart() const { return m_selStart; }
+    int selectionEnd() const { return m_selEnd; }
     // The index of the character under pixel `x` of the view.
     int characterAt(double x) const;
 
@@ -107,8 +111,12 @@ private:
     // A held key acts at once when it is new, then each time the counter
     // has run down from `delay`.
     bool repeat(int code, int delay);
+    // Removes the selected characters and puts the cursor where they began;
+    // false when nothing is selected.
+    bool deleteSelection();
 
     int m_cursor = 0;
+    int m_selStart = 0, m_selEnd = 0;
     int m_lastKey = 0;
     int m_counter = 11;
     int m_cursorOffset = 1;  // pixels from the text's start

@@ -3,10 +3,15 @@
 #include <GL/glew.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "memory/MemFont.h"
+#include "memory/MemGLObjects.h"
+#include "platform/Paths.h"
+#include "render/ScnTexture.h"
+#include "runtime/AppGlobal.h"
 #include "platform/GlContext.h"
 #include "render/ScnShader.h"
 
@@ -106,6 +111,7 @@ struct State {
     unsigned buffers[3] = {};  // positions, colours, texture coordinates
     unsigned vao = 0;
     MemTypeFont* font = nullptr;
+    MemTypeImageTexture* icons = nullptr;
     float palette[GuiDraw::PaletteSize][4] = {};
 };
 
@@ -203,6 +209,44 @@ void GuiDraw::init()
 void GuiDraw::loadFont()
 {
     if (!s.font) s.font = memFontByName("GUI.png");
+}
+
+void GuiDraw::loadIcons()
+{
+    if (s.icons || !GlContext::ready()) return;
+    const std::string path = Paths::join(Paths::join(Paths::join(AppGlobal::projectPath(), "data"), "textures"),
+                                         Paths::join("gui", "icons.jpg"));
+    // A workspace without the atlas draws no icons; the next root's create
+    // looks again.
+    std::error_code ec;
+    if (!std::filesystem::is_regular_file(path, ec)) return;
+    // Cells are drawn pixel for pixel: no filtering across their edges.
+    const MemTypeTexture2D::FLAGS flags{{MemTextureFlags::Nearest, 0, 0, 0}};
+    s.icons = scnLoadTexture(path.c_str(), flags);
+}
+
+unsigned GuiDraw::iconTexture()
+{
+    return s.icons ? s.icons->glId : 0;
+}
+
+int GuiDraw::iconWidth()
+{
+    return s.icons ? static_cast<int>(s.icons->dim(0)) : 0;
+}
+
+int GuiDraw::iconHeight()
+{
+    return s.icons ? static_cast<int>(s.icons->dim(1)) : 0;
+}
+
+void GuiDraw::iconCell(int n, float& s0, float& t0, float& s1, float& t1)
+{
+    const int column = n % 32, row = n / 32;
+    s0 = static_cast<float>(column) / 32.0f + 0.001f;
+    s1 = s0 + 1.0f / 32.0f;
+    t0 = static_cast<float>(row) / 32.0f + 0.25f;
+    t1 = static_cast<float>(row - 1) / 32.0f + 0.25f;
 }
 
 void GuiDraw::buildPrograms()

@@ -30,6 +30,17 @@ void loadFont();
 // Compiles the three programs, unless they stand; nothing without a
 // current GL context (a root's create tries again).
 void buildPrograms();
+// Loads the icon atlas "icons.jpg" (data/textures/gui of the workspace)
+// when there is none yet and a context is current. Without the file there
+// is no atlas (texture 0) until a later call finds one; a file that can't
+// be decoded gives a blank atlas and the loader's message.
+void loadIcons();
+unsigned iconTexture();
+int iconWidth();
+int iconHeight();
+// Texture coordinates of atlas cell `n`: 32 cells to a row of 1/32 of the
+// picture each way, starting a quarter of the way in, t1 below t0.
+void iconCell(int n, float& s0, float& t0, float& s1, float& t1);
 // The programs, buffers and font are given back (the end of the process or
 // of a test's context).
 void shutdown();

@@ -44,5 +44,6 @@ void GuiGlobal::init()
         ScnLua::registerNode<GuiInput>(leaf, "GuiInput", 8);
         ScnLua::registerNode<GuiTabCtrl>(group, "GuiTabCtrl", 8);
     }
+    GuiDraw::loadIcons();
     VTRACE("GuiGlobal::init()-done");
 }

@@ -24,6 +24,7 @@ GuiRoot* s_current = nullptr;
 ScnNode* s_focus = nullptr;
 bool s_windowOpen = true;
 int16_t s_blink = 20;
+bool s_rightHeld = false, s_rightWentDown = false;
 constexpr int kKeyG = 103;
 
 // Sets the current root for the walk of the children. It stays current
@@ -94,6 +95,11 @@ void GuiRoot::setFocus(ScnNode* widget)
 bool GuiRoot::windowOpen()
 {
     return s_windowOpen;
+}
+
+bool GuiRoot::rightWentDown()
+{
+    return s_rightWentDown;
 }
 
 int GuiRoot::blink()
@@ -191,6 +197,7 @@ void GuiRoot::onCreate(ScnAction& action)
         return;
     }
     GuiDraw::buildPrograms();
+    GuiDraw::loadIcons();
     makePicture();
     invalidateAll();
     rebuildPalette();
@@ -242,6 +249,9 @@ void GuiRoot::onEvent(ScnAction& action)
     const InputState& in = InputState::instance();
     const bool running = Engine::running != 0;
     if (!running && in.held(InputState::KeyControl) && (in.keys[kKeyG] & InputState::WentDown)) m_visible = !m_visible;
+    const bool rightHeld = (in.rightButton & InputState::Held) != 0;
+    s_rightWentDown = rightHeld && !s_rightHeld;
+    s_rightHeld = rightHeld;
     if (m_visible) {
         if (--s_blink < -19) s_blink = 20;
         // While editing every frame repaints whole, so that picking sees

@@ -47,6 +47,9 @@ public:
     static void setFocus(ScnNode* widget);
     // Whether the enclosing window is open; true outside windows.
     static bool windowOpen();
+    // Whether the right button became held in this frame's pass: its state
+    // in the input table is held from the press on, with no edge of its own.
+    static bool rightWentDown();
     // The text-cursor blink counter: a cursor shows while it is 0 or more.
     static int blink();
 

@@ -423,3 +423,71 @@ TEST(ShaderWalks, AHundredThousandSiblingsGoThroughEveryWalkCopyAndFile)
     std::string text = scnDump(*back);
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), kCount + 1);
 }
+
+// -- long runs of nodes that undo something after their followers -------------------
+
+namespace {
+
+// Asks for an afterWalkOn call in event walks and logs it; the one with a
+// nested root starts a walk of its own there, from inside its hook, as a
+// framebuffer does when it renders.
+class Undoer : public ScnNode {
+    SCN_NODE(Undoer, ScnNode)
+public:
+    Undoer() = default;
+    std::vector<std::string>* log = nullptr;
+    ScnNode* nested = nullptr;
+    void onEvent(ScnAction& a) override
+    {
+        if (nested) {
+            ScnActionEvent inner;
+            inner.apply(nested);
+        }
+        a.walkOnThen(this, nullptr, 0);
+    }
+    void afterWalkOn(ScnAction&, void*, int) override { log->push_back(getName()); }
+};
+ScnNodeType Undoer::s_type;
+
+}  // namespace
+
+TEST(Actions, LongRunsOfUndoingNodesUnwindInOrderAcrossNestedWalksWithoutAllocating)
+{
+    // Outer list of 40, the 21st starts a walk over an inner list of 30:
+    // both are longer than what an action holds inline.
+    std::vector<std::string> log;
+    ScnGroup outer, inner;
+    std::vector<Undoer*> outerNodes, innerNodes;
+    for (int i = 0; i < 30; ++i) {
+        auto* u = add(&inner, new Undoer());
+        u->name = "i" + std::to_string(i);
+        u->log = &log;
+        innerNodes.push_back(u);
+    }
+    for (int i = 0; i < 40; ++i) {
+        auto* u = add(&outer, new Undoer());
+        u->name = "o" + std::to_string(i);
+        u->log = &log;
+        outerNodes.push_back(u);
+    }
+    outerNodes[20]->nested = &inner;
+
+    Names want;
+    for (int i = 29; i >= 0; --i) want.push_back("i" + std::to_string(i));
+    for (int i = 39; i >= 0; --i) want.push_back("o" + std::to_string(i));
+    {
+        ScnActionEvent e;
+        e.apply(&outer);
+    }
+    EXPECT_EQ(log, want) << "each list undoes its own, last asked first, the inner one inside the hook";
+
+    // Walk after walk, with new actions each time, nothing is allocated.
+    log.reserve(log.size() * 4);
+    const long before = g_allocations.load();
+    for (int i = 0; i < 3; ++i) {
+        ScnActionEvent e;
+        e.apply(&outer);
+    }
+    EXPECT_EQ(g_allocations.load(), before);
+    EXPECT_EQ(log.size(), want.size() * 4);
+}

@@ -523,6 +523,31 @@ TEST_F(VelmoraRun, TimedInputPressesTheUiSamplesButton)
     EXPECT_EQ(editing.out, "");
 }
 
+TEST_F(VelmoraRun, TimedInputTypesIntoTheUiSamplesInputWhileItHasFocus)
+{
+    // The input lies at (40, 480) to (240, 503). A right press inside gives
+    // it the keys; RETURN tells its register. A left press outside takes
+    // them away: what is typed then reaches nobody.
+    std::ofstream(m_tmp / "input.txt") << "2 down right 60 490\n"
+                                          "3 up right 60 490\n"
+                                          "5 text ab\n"
+                                          "10 keydown RETURN\n"
+                                          "11 keyup RETURN\n"
+                                          "13 down left 300 300\n"
+                                          "14 up left 300 300\n"
+                                          "16 text z\n"
+                                          "20 keydown RETURN\n"
+                                          "21 keyup RETURN\n"
+                                          "# focus again, below the input: nothing\n"
+                                          "23 down left 60 470\n"
+                                          "24 up left 60 470\n"
+                                          "26 keydown RETURN\n"
+                                          "27 keyup RETURN\n";
+    RunResult r = run("--frames 30 --start --input " + (m_tmp / "input.txt") + " " + workspace() + " samples/ui.3Dm");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "(script): entered ab, RETURN pressed: true\n");
+}
+
 TEST_F(VelmoraRun, TheUiSampleShowsItsWidgets)
 {
     std::string png = m_tmp / "ui.png";

@@ -22,6 +22,7 @@
 #include "support/AllocationCounter.h"
 #include "support/DocumentFixture.h"
 #include "memory/MemFont.h"
+#include "render/ScnShader.h"
 #include "widgets/GuiControls.h"
 #include "widgets/GuiDraw.h"
 #include "widgets/GuiRoot.h"
@@ -42,6 +43,10 @@ protected:
         const std::filesystem::path to = std::filesystem::path(m_ws.path()) / "data/textures/font";
         std::filesystem::create_directories(to);
         for (const char* f : {"GUI.png", "GUI.txt"}) std::filesystem::copy_file(from / f, to / f);
+        const std::filesystem::path icons = std::filesystem::path(VELMORA_BIN_DIR) / "workspace/data/textures/gui";
+        ASSERT_TRUE(std::filesystem::exists(icons / "icons.jpg")) << "the build draws the icon atlas into " << icons;
+        std::filesystem::create_directories(std::filesystem::path(m_ws.path()) / "data/textures/gui");
+        std::filesystem::copy_file(icons / "icons.jpg", std::filesystem::path(m_ws.path()) / "data/textures/gui/icons.jpg");
         // The program's start found no workspace font; this one has it, read
         // through the image plug-in.
         sources::loadPlugins();
@@ -442,7 +447,18 @@ TEST_F(Kit, SioReportsTheMouseButtonsWheelAndKeys)
 
 TEST_F(Kit, SteadyFramesWithWidgetsAllocateNothing)
 {
-    open([](RtnApplication& app) { static_cast<GuiLabel*>(app.gui.node.getChild(0))->text = "Steady"; });
+    open([](RtnApplication& app) {
+        static_cast<GuiLabel*>(app.gui.node.getChild(0))->text = "Steady";
+        // A long list of leaves: the event walk serves each one after the
+        // siblings that follow it, more than its inline list holds.
+        for (int i = 0; i < 40; ++i) {
+            auto* b = new GuiButton();
+            b->name = "b" + std::to_string(i);
+            b->position = ScnVec3{300.0 + (i % 8) * 20, 20.0 + (i / 8) * 20, 0};
+            b->size = ScnVec3{18, 18, 0};
+            app.gui.node.append(b);
+        }
+    });
     m_doc.toggleSimulation();
     InputState& in = InputState::instance();
     in.setCursor(160, 110);
@@ -462,6 +478,7 @@ TEST_F(Kit, SteadyFramesWithWidgetsAllocateNothing)
         tick();
     }
     EXPECT_EQ(g_allocations - before, 0);
+    EXPECT_EQ(root()->childCount(), 42);
     EXPECT_FLOAT_EQ(GuiDraw::depth(), 9999.0f) << "the depth does not creep from frame to frame";
     EXPECT_EQ(GuiDraw::clipDepth(), 0);
     EXPECT_EQ(GuiDraw::lineVertices() + GuiDraw::triangleVertices() + GuiDraw::textVertices(), 0)
@@ -529,4 +546,339 @@ TEST_F(Kit, DrawingLayerEdgeCases)
         << "a sunken bevel ends with 3DLIGHT";
     GuiDraw::flush();
     EXPECT_EQ(GuiDraw::triangleVertices() + GuiDraw::lineVertices(), 0);
+}
+
+namespace {
+
+// A program whose gs_Viewport is read back: a vec4 as the kit's own.
+constexpr const char* kViewportVertex =
+    "#version 330\nuniform vec4 gs_Viewport;\nin vec4 gs_Vertex;\nvoid main()\n{\n"
+    "    gl_Position = gs_Vertex / gs_Viewport;\n}";
+constexpr const char* kViewportFragment =
+    "#version 330\nlayout(location = 0) out vec4 c;\nvoid main()\n{\n    c = vec4(1);\n}";
+
+std::array<float, 4> viewportOf(ScnNode* node)
+{
+    std::array<float, 4> v{-1, -1, -1, -1};
+    auto* shader = dynamic_cast<ScnShader*>(node);
+    if (!shader || !shader->program) return v;
+    GlScope gl;
+    glGetUniformfv(shader->program, glGetUniformLocation(shader->program, "gs_Viewport"), v.data());
+    return v;
+}
+
+}  // namespace
+
+TEST_F(Kit, TheApplicationsUpdateBoxesWidgetsAndTellsShadersTheirPicture)
+{
+    open([](RtnApplication& app) {
+        GuiRoot& root = app.gui.node;
+        auto* shader = new ScnShader();
+        shader->name = "rootShader";
+        shader->vertex = kViewportVertex;
+        shader->fragment = kViewportFragment;
+        root.append(shader);
+        auto* panel = new GuiComponent<ScnGroup>("panel", 0, 0, true);
+        panel->position = ScnVec3{40, 50, 0};
+        panel->size = ScnVec3{200, 120, 0};
+        auto* inner = new ScnShader();
+        inner->name = "panelShader";
+        inner->vertex = kViewportVertex;
+        inner->fragment = kViewportFragment;
+        panel->append(inner);
+        root.append(panel);
+    });
+    // Straight after the build the update walk has boxed every widget from
+    // its fields, one pixel short of x + width and y + height.
+    const ScnBox label = widget("caption")->getBounds();
+    EXPECT_EQ((std::array<double, 4>{label.min[0], label.min[1], label.max[0], label.max[1]}),
+              (std::array<double, 4>{20, 30, 119, 69}));
+    const ScnBox panel = widget("panel")->getBounds();
+    EXPECT_EQ((std::array<double, 4>{panel.min[0], panel.min[1], panel.max[0], panel.max[1]}),
+              (std::array<double, 4>{40, 50, 239, 169}));
+    // A shader under the root draws into the root's picture.
+    const float w = static_cast<float>(root()->dim0.value), h = static_cast<float>(root()->dim1.value);
+    EXPECT_EQ(viewportOf(widget("rootShader")), (std::array<float, 4>{w, h, 1, 1}));
+    ScnNode* inner = widget("panel")->findChild("panelShader");
+    ASSERT_NE(inner, nullptr);
+    EXPECT_EQ(viewportOf(inner), (std::array<float, 4>{w, h, 1, 1})) << "the update gives the target's size";
+
+    // The render walk gives a shader its parent's extent: the panel's size.
+    tick();
+    EXPECT_EQ(viewportOf(inner), (std::array<float, 4>{200, 120, 1, 1}));
+    EXPECT_EQ(viewportOf(widget("rootShader")), (std::array<float, 4>{w, h, 1, 1}));
+    // The event walk leaves the box reaching to x + width.
+    EXPECT_EQ(widget("caption")->getBounds().max[0], 120);
+}
+
+TEST_F(Kit, AnInputTakesFocusByEitherButtonAndSelectsByMouseAndKeys)
+{
+    open([&](RtnApplication& app) {
+        auto* input = new GuiInput();
+        input->name = "name";
+        input->text = "hello";
+        input->position = ScnVec3{20, 130, 0};
+        input->size = ScnVec3{120, 23, 0};
+        app.gui.node.append(input);
+    });
+    m_doc.toggleSimulation();
+    auto* input = dynamic_cast<GuiInput*>(widget("name"));
+    ASSERT_NE(input, nullptr);
+    InputState& in = InputState::instance();
+    auto type = [&](int code) {
+        in.setKey(code, true);
+        tick();
+        in.setKey(code, false);
+        tick();
+    };
+    auto click = [&](int button, double x) {
+        in.setCursor(x, 140);
+        in.setButton(button, true);
+        tick();
+        in.setButton(button, false);
+        tick();
+        pause();
+    };
+    // The x where character i of the text begins (the text starts 3 in).
+    auto at = [&](int i) { return 20.0 + GuiDraw::textWidth("hello", i) + 1; };
+    tick();
+
+    // A right press inside takes focus and puts the cursor there; outside,
+    // a right press lets it go.
+    click(2, at(2));
+    EXPECT_EQ(GuiRoot::focus(), input);
+    EXPECT_EQ(input->cursor(), 2);
+    EXPECT_EQ(input->selectionStart(), input->selectionEnd());
+    click(2, 300);
+    EXPECT_EQ(GuiRoot::focus(), nullptr);
+    click(1, at(1));
+    EXPECT_EQ(GuiRoot::focus(), input);
+    EXPECT_EQ(input->cursor(), 1);
+
+    // Dragging with the left button held selects from the cursor to the
+    // mouse, whichever way it goes.
+    in.setCursor(at(1), 140);
+    in.setButton(1, true);
+    tick();
+    in.setCursor(at(4), 140);
+    tick();
+    tick();
+    EXPECT_EQ(input->selectionStart(), 1);
+    EXPECT_EQ(input->selectionEnd(), 4);
+    in.setCursor(at(0), 140);
+    tick();
+    EXPECT_EQ(input->selectionStart(), 0);
+    EXPECT_EQ(input->selectionEnd(), 1);
+    in.setButton(1, false);
+    tick();
+    pause();
+
+    // The selection is drawn: HIGHLIGHT behind it, WINDOW beside it.
+    in.setCursor(at(1), 140);
+    in.setButton(1, true);
+    tick();
+    in.setCursor(at(5), 140);
+    tick();
+    tick();
+    in.setButton(1, false);
+    tick();
+    ASSERT_EQ(input->selectionStart(), 1);
+    ASSERT_EQ(input->selectionEnd(), 5);
+    {
+        const Pixel bg = pixelAt(5, 5);
+        const Pixel sel = pixelAt(static_cast<int>(at(3)), 133);
+        expectNear(sel, {over(0.2f, 0.9f, bg[0]), over(0.6f, 0.9f, bg[1]), over(1, 0.9f, bg[2])}, "selection fill");
+        const Pixel beside = pixelAt(23, 133);
+        expectNear(beside, {over(1, 0.9f, bg[0]), over(1, 0.9f, bg[1]), over(1, 0.9f, bg[2])}, "unselected background");
+        // Black glyphs would take the green of the fill away; HIGHLIGHTTEXT
+        // is white.
+        GlContext* c = GlContext::active();
+        const std::vector<uint8_t> f = c->readFrame();
+        int dark = 0, light = 0;
+        for (int y = 134; y < 150; ++y)
+            for (int x = static_cast<int>(at(3)); x < static_cast<int>(at(5)); ++x) {
+                const int g = f[(static_cast<size_t>(y) * c->width() + x) * 4 + 1];
+                dark += g < 100;
+                light += g > 200;
+            }
+        EXPECT_EQ(dark, 0) << "the selected text is not drawn in TEXT";
+        EXPECT_GT(light, 5) << "the selected text is drawn in HIGHLIGHTTEXT";
+    }
+    // A key replaces the selection.
+    type('j');
+    EXPECT_EQ(input->text.value, "hj");
+    EXPECT_EQ(input->cursor(), 2);
+    pause();
+
+    // Shift with the arrows moves the ends of the selection; without Shift
+    // an arrow collapses it; DELETE and BACKSPACE take a selection whole.
+    in.setKey(InputState::KeyShift, true);
+    type(InputState::KeyLeft);
+    pause();
+    type(InputState::KeyLeft);
+    pause();
+    type(InputState::KeyLeft);
+    in.setKey(InputState::KeyShift, false);
+    EXPECT_EQ(input->selectionStart(), 0) << "not below 0";
+    EXPECT_EQ(input->selectionEnd(), 2);
+    pause();
+    type(InputState::KeyRight);
+    EXPECT_EQ(input->selectionStart(), input->selectionEnd()) << "collapsed";
+    EXPECT_EQ(input->cursor(), 2) << "to its end";
+    pause();
+    in.setKey(InputState::KeyShift, true);
+    type(InputState::KeyLeft);
+    in.setKey(InputState::KeyShift, false);
+    pause();
+    type(127);
+    EXPECT_EQ(input->text.value, "h");
+    EXPECT_EQ(input->cursor(), 1);
+
+    // A double click selects all; BACKSPACE removes it.
+    input->setText("abc");
+    in.setCursor(at(1), 140);
+    in.setButton(1, true);
+    tick();
+    in.setButton(1, false);
+    tick();
+    in.setButton(1, true);
+    tick();
+    EXPECT_EQ(input->selectionStart(), 0);
+    EXPECT_EQ(input->selectionEnd(), 3);
+    in.setButton(1, false);
+    tick();
+    type(129);
+    EXPECT_EQ(input->text.value, "");
+}
+
+TEST_F(Kit, IconCellsAreDrawnUprightFromTheAtlas)
+{
+    GlScope gl;
+    ASSERT_TRUE(gl.ok());
+    GuiDraw::buildPrograms();
+    GuiDraw::loadIcons();
+    ASSERT_NE(GuiDraw::iconTexture(), 0u);
+    EXPECT_EQ(GuiDraw::iconWidth(), 512);
+    EXPECT_EQ(GuiDraw::iconHeight(), 512);
+    float s0, t0, s1, t1;
+    GuiDraw::iconCell(33, s0, t0, s1, t1);
+    EXPECT_FLOAT_EQ(s0, 1 / 32.0f + 0.001f);
+    EXPECT_FLOAT_EQ(t0, 0.25f + 1 / 32.0f);
+    EXPECT_FLOAT_EQ(t1, 0.25f);
+
+    // Cells 0 (folder) and 1 (file), each drawn 32 by 32 pixels into a
+    // picture of our own, so one atlas pixel is two of the picture.
+    const int w = 100, h = 50;
+    GLuint target = 0, fbo = 0;
+    glGenTextures(1, &target);
+    glBindTexture(GL_TEXTURE_2D, target);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, w, h, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    glGenFramebuffers(1, &fbo);
+    glBindFramebuffer(GL_FRAMEBUFFER, fbo);
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, target, 0);
+    glViewport(0, 0, w, h);
+    GuiDraw::setViewport(w, h);
+    glDisable(GL_DEPTH_TEST);
+    glDisable(GL_SCISSOR_TEST);
+    glDisable(GL_BLEND);
+    glClearColor(0, 0, 0, 1);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glActiveTexture(GL_TEXTURE0);
+    glBindTexture(GL_TEXTURE_2D, GuiDraw::iconTexture());
+    for (int n : {0, 1}) {
+        ScnBox box;
+        box.min[0] = 10 + 40 * n, box.min[1] = 10, box.max[0] = 42 + 40 * n, box.max[1] = 42;
+        GuiDraw::iconCell(n, s0, t0, s1, t1);
+        GuiDraw::texturedQuad(box, 0, 0, s0, t0, s1, t1);
+    }
+    glBindTexture(GL_TEXTURE_2D, 0);
+    std::string failure;
+    const std::vector<uint8_t> picture = GlPlatform::readFramebuffer(fbo, w, h, failure);
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    glDeleteFramebuffers(1, &fbo);
+    glDeleteTextures(1, &target);
+    glEnable(GL_DEPTH_TEST);
+    ASSERT_EQ(picture.size(), static_cast<size_t>(w * h * 4)) << failure;
+    // The picture's pixel for the cell pixel (x, y), y from the cell's top.
+    auto at = [&](int n, double x, double y) {
+        const size_t px = static_cast<size_t>(10 + 40 * n + static_cast<int>(x * 2));
+        const size_t py = static_cast<size_t>(10 + static_cast<int>((16 - y) * 2));
+        const uint8_t* q = picture.data() + (py * w + px) * 4;
+        return Pixel{q[0], q[1], q[2], q[3]};
+    };
+    auto near = [](const Pixel& p, int r, int g, int b, const char* what) {
+        EXPECT_NEAR(p[0], r, 12) << what;
+        EXPECT_NEAR(p[1], g, 12) << what;
+        EXPECT_NEAR(p[2], b, 12) << what;
+    };
+    near(at(0, 8, 10), 232, 188, 64, "the folder's body");
+    near(at(0, 4, 3), 190, 145, 40, "its tab, at the top left");
+    near(at(0, 12, 2), 192, 192, 192, "the background above its right side");
+    near(at(1, 8, 3.5), 250, 250, 250, "the file's paper");
+    near(at(1, 1.5, 8), 192, 192, 192, "left of the page");
+}
+
+TEST_F(Kit, OnlyWhatChangedIsRedrawnAndCtrlGHidesTheWidgetsWhileEditing)
+{
+    open([](RtnApplication& app) { static_cast<GuiLabel*>(app.gui.node.getChild(0))->text = "Hi"; });
+    InputState& in = InputState::instance();
+    // CONTROL is held from the frame after it went down.
+    auto ctrlG = [&]() {
+        in.setKey(InputState::KeyControl, true);
+        tick();
+        in.setKey('g', true);
+        tick();
+        in.setKey('g', false);
+        in.setKey(InputState::KeyControl, false);
+        tick();
+    };
+    tick();
+    const Pixel bg = pixelAt(5, 5);
+    const std::array<int, 3> fill{over(1, 0.9f, bg[0]), over(1, 0.9f, bg[1]), over(1, 0.9f, bg[2])};
+    expectNear(pixelAt(25, 35), fill, "shown");
+    ctrlG();
+    EXPECT_FALSE(root()->visible());
+    expectNear(pixelAt(25, 35), {bg[0], bg[1], bg[2]}, "hidden by Ctrl+G");
+    ctrlG();
+    EXPECT_TRUE(root()->visible());
+    expectNear(pixelAt(25, 35), fill, "shown again");
+
+    // Running: Ctrl+G does nothing, and a frame leaves the dirty rectangle
+    // empty.
+    m_doc.toggleSimulation();
+    tick();
+    ctrlG();
+    EXPECT_TRUE(root()->visible());
+    EXPECT_TRUE(root()->dirtyEmpty());
+    const int before = darkIn(20, 30, 120, 70, 100);
+    ASSERT_GT(before, 0);
+
+    // A field changed behind the kit's back is not drawn: nothing asked for
+    // it. setText asks for the label's own box, and only that.
+    auto* label = dynamic_cast<GuiLabel*>(widget("caption"));
+    label->text = "Hello there, world";
+    tick();
+    EXPECT_EQ(darkIn(20, 30, 120, 70, 100), before) << "not redrawn";
+    lua_State* L = AppGlobal::luaState();
+    ScnLua::setGlobalNode(L, "caption", label);
+    ASSERT_EQ(luaL_dostring(L, "caption:setText('Hello there, world')"), 0) << lua_tostring(L, -1);
+    const double* d = root()->dirty();
+    EXPECT_EQ((std::array<double, 4>{d[0], d[1], d[3], d[4]}), (std::array<double, 4>{20, 30, 120, 70}));
+    tick();
+    EXPECT_GT(darkIn(20, 30, 120, 70, 100), before) << "redrawn";
+
+    // Hiding invalidates while the old flag still stands; showing waits for
+    // the next invalidation.
+    ASSERT_EQ(luaL_dostring(L, "caption:setVisible(false)"), 0) << lua_tostring(L, -1);
+    EXPECT_FALSE(root()->dirtyEmpty());
+    tick();
+    expectNear(pixelAt(25, 35), {bg[0], bg[1], bg[2]}, "hidden label");
+    ASSERT_EQ(luaL_dostring(L, "caption:setVisible(true)"), 0) << lua_tostring(L, -1);
+    EXPECT_TRUE(root()->dirtyEmpty());
+    tick();
+    expectNear(pixelAt(25, 35), {bg[0], bg[1], bg[2]}, "shown, but not yet drawn");
+    label->invalidate();
+    tick();
+    expectNear(pixelAt(25, 35), fill, "drawn with the next invalidation");
+    ScnLua::clearGlobalNode(L, "caption");
 }

@@ -360,7 +360,6 @@ bool writeLit(const std::string& folder)
     return ok;
 }
 
-}  // namespace
 
 // Text in the scene, an object file shown through an instance, the point
 // reader and a key sensor. The sensor is the token of a register: LEFT and

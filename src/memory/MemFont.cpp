@@ -170,7 +170,12 @@ void MemTypeFont::textGeometry(std::vector<float>& vertices, std::vector<float>&
             x = 0;
             y -= lineHeight;
         } else if (c == '\t') {
-            for (int k = 0; k < 4; ++k) quad(glyphOf(*this, ' '));
+            // Each blank of a tab moves the pen by its x offset as well.
+            const Glyph& blank = glyphOf(*this, ' ');
+            for (int k = 0; k < 4; ++k) {
+                x += blank.xoffset;
+                quad(blank);
+            }
         } else {
             quad(glyphOf(*this, c));
         }

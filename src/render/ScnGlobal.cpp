@@ -152,8 +152,8 @@ void init()
     MemModules::declareStruct("gs_light", {{"diffuse", Float4}, {"ambient", Float4}, {"specular", Float4},
                                            {"xAxis", Float4}, {"yAxis", Float4}, {"zAxis", Float4},
                                            {"ePos", Float4}, {"range", Float}, {"intensity", Float},
-                                           {"attenuate", Float}, {"spread", Float}, {"visible", UInt},
-                                           {"type", UInt}});
+                                           {"attenuate", Float}, {"spread", Float}, {"visible", Int},
+                                           {"type", Int}});
     VTRACE("ScnGlobal::init()-done");
 }
 

@@ -85,6 +85,9 @@ void ScnInstance::place(ScnNode* loaded) const
     }
 }
 
+// The walk ends at an instance: nodes after it in the same list are not
+// reached (only a transform walk goes on). An instance that must be followed
+// by more nodes sits in a group of its own.
 void ScnInstance::enter(ScnAction& action, bool walkChildren)
 {
     if (walkChildren && root()) {
@@ -92,7 +95,6 @@ void ScnInstance::enter(ScnAction& action, bool walkChildren)
         action.walk(this, ScnAction::Children);
         action.popInstance();
     }
-    action.walk(this, ScnAction::Siblings);
 }
 
 void ScnInstance::onRender(ScnAction& action)

@@ -45,7 +45,7 @@ void ScnTest::onCreate(ScnAction& action)
         std::fclose(f);
     }
     LogStream(Channels::console(), "ScnTest") << m_points.size() / 3 << " points read from cloud.txt";
-    action.continueWalk(this, ScnAction::Siblings);
+    // Like an instance, the point reader ends the walk of its list.
 }
 
 void ScnTest::onRender(ScnAction& action)
@@ -55,5 +55,4 @@ void ScnTest::onRender(ScnAction& action)
         glPointSize(4);
         glEnable(GL_LIGHTING);
     }
-    action.continueWalk(this, ScnAction::Both);
 }

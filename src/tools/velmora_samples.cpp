@@ -427,8 +427,13 @@ bool writeScene(const std::string& folder)
     keys->map.values['r'] = 1;
     auto* cloud = new ScnTest;
     cloud->name = "cloud";
-    for (ScnNode* n : {static_cast<ScnNode*>(shader), static_cast<ScnNode*>(title), static_cast<ScnNode*>(instance),
-                       static_cast<ScnNode*>(keys), static_cast<ScnNode*>(cloud)})
+    // An instance and the point reader end the walk of their list: the
+    // instance has a group of its own and the point reader comes last.
+    auto* objects = new ScnGroup;
+    objects->name = "objects";
+    objects->append(instance);
+    for (ScnNode* n : {static_cast<ScnNode*>(shader), static_cast<ScnNode*>(title), static_cast<ScnNode*>(keys),
+                       static_cast<ScnNode*>(objects), static_cast<ScnNode*>(cloud)})
         app.openGL.node.append(n);
 
     auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));

@@ -54,8 +54,12 @@ void GuiActionUpdate::visit(ScnNode* node)
     if (!shader || !shader->program || !GlContext::ready()) return;
     // The target of a shader under a root is the root's picture; elsewhere
     // whatever the viewport covers now.
+    // The root that stays current after its walk is not the target of a
+    // shader elsewhere: look for one above this shader.
+    GuiRoot* root = nullptr;
+    for (ScnNode* p = node->parent(); p && !root; p = p->parent()) root = dynamic_cast<GuiRoot*>(p);
     float w = 0, h = 0;
-    if (GuiRoot* root = GuiRoot::current()) {
+    if (root) {
         w = static_cast<float>(root->dim0.value);
         h = static_cast<float>(root->dim1.value);
     } else {

@@ -59,7 +59,7 @@ TEST_F(Fonts, TheDescriptionIsReadInUnitsOfThePictureHeightAndThePictureStandsUp
     std::ofstream(m_dir.path() + "/small.txt") << "info face=\"t\"\n"
                                                   "common lineHeight=4 base=3\n"
                                                   "char id=65 x=1 y=2 width=3 height=4 xoffset=0.5 yoffset=3 xadvance=4\n"
-                                                  "char id=32 x=0 y=0 width=0 height=0 xoffset=0 yoffset=0 xadvance=2\n"
+                                                  "char id=32 x=0 y=0 width=0 height=0 xoffset=1 yoffset=0 xadvance=2\n"
                                                   "charX id=66 x=1 y=2 width=3 height=4 xoffset=0 yoffset=0 xadvance=9\n"
                                                   "char id=300 x=1 y=1 width=1 height=1 xoffset=0 yoffset=0 xadvance=1\n"
                                                   "char id=67 x=1 y=2\n"
@@ -126,7 +126,8 @@ TEST_F(Fonts, TheDescriptionIsReadInUnitsOfThePictureHeightAndThePictureStandsUp
     t.clear();
     font.textGeometry(v, t, "\tA", 2, 1, origin, xAxis, yAxis);
     ASSERT_EQ(v.size(), 5u * 6 * 3) << "a tab is four blanks";
-    EXPECT_FLOAT_EQ(v[4 * 18], 10 + 4 * 0.25f + 0.0625f);
+    // Each blank of the tab moves the pen by its offset, then its advance.
+    EXPECT_FLOAT_EQ(v[4 * 18], 10 + 4 * (0.125f + 0.25f) + 0.0625f);
     EXPECT_EQ(drain(), Lines{});
 }
 

@@ -341,16 +341,24 @@ TEST_F(Instances, AMissingOrDamagedFileIsLoggedAndLeavesAnEmptyInstanceThatDraws
         EXPECT_NE(lines[0].find("instances nested deeper than 10"), std::string::npos) << lines[0];
     }
 
-    // Drawn: nothing from the instance, and the quad after it still is.
+    // Drawn: nothing from the instance. The walk of its list ends at it (a
+    // quad after it in the same group is not drawn); the quad after that
+    // group still is.
     ScnGroup scene;
     scene.append(placingShader());
-    scene.append(design.instantiate());
+    auto* own = new ScnGroup();
+    own->append(design.instantiate());
+    auto* cutOff = new ScnTransform();
+    cutOff->worldmatrix = scaleAt(0.25, 0.5, 0.5);
+    cutOff->append(new TestQuad());
+    own->append(cutOff);
+    scene.append(own);
     auto* after = new ScnTransform();
     after->worldmatrix = scaleAt(0.25, -0.5, -0.5);
     after->append(new TestQuad());
     scene.append(after);
     createAndDraw(&scene);
-    EXPECT_TRUE(scene.getChild(1)->getBounds().isEmpty());
+    EXPECT_TRUE(own->getChild(0)->getBounds().isEmpty());
     const Rect r = drawnPixels();
     EXPECT_NEAR(r.x0, pixelX(-0.75), 1.0);
     EXPECT_NEAR(r.x1 + 1, pixelX(-0.25), 1.0);

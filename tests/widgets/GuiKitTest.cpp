@@ -587,6 +587,15 @@ TEST_F(Kit, TheApplicationsUpdateBoxesWidgetsAndTellsShadersTheirPicture)
         inner->fragment = kViewportFragment;
         panel->append(inner);
         root.append(panel);
+        // A picture smaller than the view, and a shader in the world: the
+        // root is not its target.
+        root.dim0 = 320;
+        root.dim1 = 200;
+        auto* world = new ScnShader();
+        world->name = "worldShader";
+        world->vertex = kViewportVertex;
+        world->fragment = kViewportFragment;
+        app.openGL.node.append(world);
     });
     // Straight after the build the update walk has boxed every widget from
     // its fields, one pixel short of x + width and y + height.
@@ -602,6 +611,9 @@ TEST_F(Kit, TheApplicationsUpdateBoxesWidgetsAndTellsShadersTheirPicture)
     ScnNode* inner = widget("panel")->findChild("panelShader");
     ASSERT_NE(inner, nullptr);
     EXPECT_EQ(viewportOf(inner), (std::array<float, 4>{w, h, 1, 1})) << "the update gives the target's size";
+    ASSERT_EQ(w, 320.0f);
+    const std::array<float, 4> world = viewportOf(m_doc.runtime()->branch(CmdApplication::World)->findChild("worldShader"));
+    EXPECT_NE(world[0], w) << "a shader outside the root is not told the root's picture";
 
     // The render walk gives a shader its parent's extent: the panel's size.
     tick();

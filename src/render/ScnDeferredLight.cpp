@@ -20,8 +20,11 @@ namespace {
 std::vector<ScnDeferredLight*> s_rings[2];
 int s_alive = 0;
 
-// The direct program reads the geometry buffer on units 0 to 3.
-void setInputSamplers(unsigned program)
+}  // namespace
+
+ScnNodeType ScnDeferredLight::s_type;
+
+void ScnDeferredLight::setInputSamplers(unsigned program)
 {
     char name[16];
     for (int i = 0; i < 4; ++i) {
@@ -30,17 +33,6 @@ void setInputSamplers(unsigned program)
         if (location >= 0) glUniform1i(location, i);
     }
 }
-
-bool ownsField(const ScnNode& node, const void* field)
-{
-    for (int i = 0; i < node.fieldCount(); ++i)
-        if (node.field(i) == field) return true;
-    return false;
-}
-
-}  // namespace
-
-ScnNodeType ScnDeferredLight::s_type;
 
 ScnDeferredLight::ScnDeferredLight()
 {
@@ -230,9 +222,7 @@ void ScnDeferredLight::onUpdate(ScnAction& action)
     for (int i = 0; i < 16; ++i) worldFloat[i] = static_cast<float>(worldMatrix.m[i]);
     auto* update = dynamic_cast<ScnActionUpdate*>(&action);
     if (update && update->pointer && m_created && GlContext::ready()) {
-        if (ownsField(direct.node, update->pointer)) {
-            direct.node.destroyProgram();
-            direct.node.build();
+        if (direct.node.rebuildFor(action)) {
             wireVolume();
         } else if (shapesVolume(update->pointer)) {
             rebuildVolume();

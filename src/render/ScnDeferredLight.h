@@ -48,6 +48,9 @@ public:
 
     // Lights alive: what gs_LightCount reports.
     static int aliveCount();
+    // After a light program's link: the geometry buffer's samplers
+    // gs_Input0 to gs_Input3 on units 0 to 3 (the combiner reads them too).
+    static void setInputSamplers(unsigned program);
     // The created lights of a kind, in the order they were created.
     static const std::vector<ScnDeferredLight*>& ring(Kind kind);
 

@@ -22,24 +22,12 @@ namespace {
 // targets on units 4, 5 and 6.
 void setCombinerSamplers(unsigned program)
 {
-    char name[16];
-    for (int i = 0; i < 4; ++i) {
-        std::snprintf(name, sizeof name, "gs_Input%d", i);
-        const GLint location = glGetUniformLocation(program, name);
-        if (location >= 0) glUniform1i(location, i);
-    }
+    ScnDeferredLight::setInputSamplers(program);
     const char* const lights[3] = {"gs_DiffuseLights", "gs_SpecularLights", "gs_AmbientLights"};
     for (int i = 0; i < 3; ++i) {
         const GLint location = glGetUniformLocation(program, lights[i]);
         if (location >= 0) glUniform1i(location, 4 + i);
     }
-}
-
-bool ownsField(const ScnNode& node, const void* field)
-{
-    for (int i = 0; i < node.fieldCount(); ++i)
-        if (node.field(i) == field) return true;
-    return false;
 }
 
 }  // namespace
@@ -69,11 +57,7 @@ void ScnLightbuffer::onDestroy(ScnAction& action)
 
 void ScnLightbuffer::onUpdate(ScnAction& action)
 {
-    auto* update = dynamic_cast<ScnActionUpdate*>(&action);
-    if (update && update->pointer && ownsField(lighting.node, update->pointer)) {
-        lighting.node.destroyProgram();
-        lighting.node.build();
-    }
+    lighting.node.rebuildFor(action);
     ScnFramebuffer::onUpdate(action);
 }
 

@@ -52,13 +52,6 @@ void sendMatrix(int location, const glm::dmat4& m)
     glUniformMatrix4fv(location, 1, GL_FALSE, glm::value_ptr(f));
 }
 
-bool ownsField(const ScnNode& node, const void* field)
-{
-    for (int i = 0; i < node.fieldCount(); ++i)
-        if (node.field(i) == field) return true;
-    return false;
-}
-
 }  // namespace
 
 int g_scnMaxGeometryOutput = 0;
@@ -246,13 +239,23 @@ void ScnShader::onDestroy(ScnAction& action)
     action.walkOnThen(this, saved, RestoreShader | DestroyProgram);
 }
 
+bool ScnShader::rebuildFor(const ScnAction& action)
+{
+    auto* update = dynamic_cast<const ScnActionUpdate*>(&action);
+    if (!update || !update->pointer) return false;
+    for (int i = 0; i < fieldCount(); ++i) {
+        if (field(i) == update->pointer) {
+            destroyProgram();
+            build();
+            return true;
+        }
+    }
+    return false;
+}
+
 void ScnShader::onUpdate(ScnAction& action)
 {
-    auto* update = dynamic_cast<ScnActionUpdate*>(&action);
-    if (update && update->pointer && ownsField(*this, update->pointer)) {
-        destroyProgram();
-        build();
-    }
+    rebuildFor(action);
     bool use = enabled() && program && GlContext::ready();
     ScnShader* saved = ScnScene::currentShader;
     if (use) {

@@ -63,6 +63,10 @@ public:
     void destroyProgram();
     // Destroys the program, loads the sources by name and builds.
     void setProgram(const std::string& sourceName);
+    // Destroys the program and builds again when an update's field is one of
+    // this shader's (a shader held inside a light or light buffer included).
+    // True when it rebuilt.
+    bool rebuildFor(const ScnAction& action);
 
     // Sends the preset matrices and vectors for `model` under the action's
     // camera; the program must be in use.

@@ -23,6 +23,7 @@
 #include "render/ScnScene.h"
 #include "render/ScnShader.h"
 #include "runtime/AppGlobal.h"
+#include "BenchRoad.h"
 
 namespace {
 
@@ -124,29 +125,13 @@ void runRoad(oclContext* context, cl_kernel kernel, int vertices, int size)
 int main()
 {
     constexpr int kSize = 1024;
-    std::string error;
-    std::unique_ptr<EglContext> gl = EglContext::create(kSize, kSize, error);
-    if (!gl) {
-        std::printf("road_bench: no OpenGL context (%s)\n", error.c_str());
-        return 0;
-    }
-    GlContext::setActive(gl.get());
-    AppGlobal::startModules();
-    oclContext* context = OclGlobal::currentContext();
-    if (!context) {
-        std::printf("road_bench: no OpenCL platform\n");
-        return 0;
-    }
+    BenchRoad road;
+    int exitCode = 0;
+    if (!road.start("road_bench", kSize, kKernel, exitCode)) return exitCode;
+    std::unique_ptr<EglContext>& gl = road.gl;
+    oclContext* context = road.context;
+    oclProgram& prog = *road.program;
     GlScope scope;
-    std::printf("road_bench: OpenCL %s, %s; OpenGL %s\n", context->name(),
-                context->glSharing() ? "sharing with OpenGL" : "no sharing: acquire and release copy",
-                reinterpret_cast<const char*>(glGetString(GL_RENDERER)));
-    oclProgram prog(context, "road_bench");
-    prog.addSource(kKernel);
-    if (!prog.build()) {
-        std::printf("road_bench: the kernel does not build\n");
-        return 1;
-    }
     cl_int err = 0;
     cl_kernel kernel = clCreateKernel(prog.handle(), "swirl", &err);
     glBindFramebuffer(GL_FRAMEBUFFER, gl->defaultFramebuffer());

@@ -17,6 +17,7 @@
 #include "memory/MemGLObjects.h"
 #include "platform/GlContext.h"
 #include "runtime/AppGlobal.h"
+#include "BenchRoad.h"
 
 namespace {
 
@@ -103,29 +104,13 @@ void frame(Frame& f, MemGLShared& shared, cl_command_queue q, cl_kernel k, const
 
 int main()
 {
-    std::string error;
-    std::unique_ptr<EglContext> gl = EglContext::create(1024, 1024, error);
-    if (!gl) {
-        std::printf("share_bench: no OpenGL context (%s)\n", error.c_str());
-        return 0;
-    }
-    GlContext::setActive(gl.get());
-    AppGlobal::startModules();
-    oclContext* context = OclGlobal::currentContext();
-    if (!context) {
-        std::printf("share_bench: no OpenCL platform\n");
-        return 0;
-    }
+    BenchRoad road;
+    int exitCode = 0;
+    if (!road.start("share_bench", 1024, kKernels, exitCode)) return exitCode;
+    std::unique_ptr<EglContext>& gl = road.gl;
+    oclContext* context = road.context;
+    oclProgram& prog = *road.program;
     GlScope scope;
-    std::printf("share_bench: OpenCL %s, %s; OpenGL %s\n", context->name(),
-                context->glSharing() ? "sharing with OpenGL" : "no sharing: acquire and release copy",
-                reinterpret_cast<const char*>(glGetString(GL_RENDERER)));
-    oclProgram prog(context, "share_bench");
-    prog.addSource(kKernels);
-    if (!prog.build()) {
-        std::printf("share_bench: the kernels do not build\n");
-        return 1;
-    }
     cl_int err = 0;
     cl_kernel wave = clCreateKernel(prog.handle(), "wave", &err);
     cl_kernel paint = clCreateKernel(prog.handle(), "paint", &err);

@@ -11,6 +11,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/ToolRun.h"
+
 namespace {
 
 struct Result {
@@ -40,8 +42,7 @@ protected:
         // the tool starts several times faster, which the cut test repays.
         std::string cmd = "OCL_ICD_VENDORS=" + dir + "/no-icd " + prefix + " " + std::string(VELMORA_BIN_DIR) + "/velmora-file" VELMORA_TOOL_SUFFIX " --workspace " + workspace + " " + args + " >" +
                           outFile + " 2>" + errFile;
-        int rc = std::system(cmd.c_str());
-        r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+        r.status = runTool(cmd, errFile, slurp);
         r.out = slurp(outFile);
         r.err = slurp(errFile);
         return r;

@@ -23,6 +23,7 @@
 #include "runtime/RtnNodes.h"
 #include "support/MovieProbe.h"
 #include "support/TempDir.h"
+#include "support/ToolRun.h"
 
 namespace {
 
@@ -60,8 +61,7 @@ protected:
         RunResult r;
         std::string cmd = env + " " + std::string(VELMORA_BIN_DIR) + "/velmora-run" VELMORA_TOOL_SUFFIX " " + args + " >" + (m_tmp / "out") + " 2>" +
                           (m_tmp / "err");
-        int rc = std::system(cmd.c_str());
-        r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+        r.status = runTool(cmd, m_tmp / "err", slurp);
         r.out = slurp(m_tmp / "out");
         r.err = slurp(m_tmp / "err");
         separateHints(r);

@@ -20,6 +20,7 @@
 #include "editor/CtlOutput.h"
 #include "editor/CtlProfiler.h"
 #include "editor/CtlWorldView.h"
+#include "memory/MemStatistics.h"
 #include "node/ScnNode.h"
 #include "platform/Settings.h"
 #include "runtime/AppGlobal.h"
@@ -136,6 +137,9 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent)
     m_fpsPane = new QLabel;
     m_fpsPane->setMinimumWidth(70);
     statusBar()->addPermanentWidget(m_fpsPane);
+    m_memoryPane = new QLabel;
+    m_memoryPane->setMinimumWidth(70);
+    statusBar()->addPermanentWidget(m_memoryPane);
 
     buildMenus();
     m_recentApps = readRecent(kRecentApps);
@@ -315,6 +319,7 @@ void FrmMain::tick()
     m_lastTick = now;
     m_fps = m_fps * 0.9 + (1000.0 / dt) * 0.1;
     m_fpsPane->setText(QString::asprintf("FPS %d", static_cast<int>(m_fps)));
+    m_memoryPane->setText(QString::asprintf("MB %ld", static_cast<long>(MemStatistics::bytes() >> 20)));
     if (m_output->drain()) stopOnError();
     // Bars of failed functions and kernel times follow the frame.
     if (m_grid->isVisible()) m_grid->update();
@@ -414,11 +419,18 @@ void FrmMain::setStatusText(int pane, const QString& text)
         statusBar()->showMessage(text);
     else if (pane == 1)
         m_fpsPane->setText(text);
+    else if (pane == 2)
+        m_memoryPane->setText(text);
 }
 
 QString FrmMain::statusText(int pane) const
 {
-    return pane == 0 ? statusBar()->currentMessage() : pane == 1 ? m_fpsPane->text() : QString();
+    switch (pane) {
+    case 0: return statusBar()->currentMessage();
+    case 1: return m_fpsPane->text();
+    case 2: return m_memoryPane->text();
+    default: return QString();
+    }
 }
 
 void FrmMain::updateTitle()

@@ -70,7 +70,8 @@ public:
     bool startRecording(const QString& file);
     void stopRecording();
 
-    // Writes a status bar pane: 0 the message pane, 1 the "FPS" pane.
+    // Writes a status bar pane: 0 the message pane, 1 the "FPS" pane, 2 the
+    // "MB" pane of the tracked memory.
     void setStatusText(int pane, const QString& text);
     QString statusText(int pane) const;
 
@@ -113,6 +114,7 @@ private:
     QMenu* m_recentAppMenu = nullptr;
     QMenu* m_recentWorkspaceMenu = nullptr;
     QLabel* m_fpsPane = nullptr;
+    QLabel* m_memoryPane = nullptr;
     CtlColorGrid* m_grid = nullptr;
     CtlProfiler* m_profiler = nullptr;
     QAction* m_viewpoints[5] = {};

@@ -8,6 +8,7 @@
 #include "compute/OclGlobal.h"
 #include "compute/OclLua.h"
 #include "memory/MemGLObjects.h"
+#include "memory/MemStatistics.h"
 #include "node/ScnAction.h"
 #include "node/ScnMFFunction.h"
 #include "node/ScnStream.h"
@@ -91,6 +92,8 @@ void ScnFramebuffer::createTargets(void* context)
     glBindRenderbuffer(GL_RENDERBUFFER, renderbuffer);
     glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT24, width.value, height.value);
     glBindRenderbuffer(GL_RENDERBUFFER, 0);
+    m_depthBytes = int64_t{width.value} * height.value * 3;
+    MemStatistics::add(m_depthBytes);
 
     glGenFramebuffers(1, &fbo);
     glBindFramebuffer(GL_FRAMEBUFFER, fbo);
@@ -113,6 +116,8 @@ void ScnFramebuffer::destroyTargets()
         }
     }
     fbo = renderbuffer = 0;
+    MemStatistics::remove(m_depthBytes);
+    m_depthBytes = 0;
     // Scripts that kept a target hold a dead value from here on.
     for (MemTypeFboTarget*& t : m_targets) {
         delete t;

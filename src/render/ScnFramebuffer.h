@@ -4,6 +4,7 @@
 // into; inside a scene it feeds its first attachment to the shaders after it.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "compute/oclObject.h"
@@ -97,6 +98,8 @@ private:
     std::vector<ScnCamera*> m_viewers;
     MemTypeFboTarget* m_targets[kMaxTargets] = {};
     int m_count = 0;
+    // Bytes of the depth buffer on the memory statistics, taken off as added.
+    int64_t m_depthBytes = 0;
     cl_image_format m_format{};  // what the targets were made with; they keep a pointer to it
     bool m_hasRoot = false;      // the root lives in the node's script table, see root()
     bool scripted() const;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "memory/MemStatistics.h"
 #include "platform/GlContext.h"
 #include "runtime/BranchGlobals.h"
 #include "runtime/Channels.h"
@@ -166,6 +167,9 @@ void GuiRoot::makePicture()
     glBindRenderbuffer(GL_RENDERBUFFER, m_depth);
     glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT24, dim0.value, dim1.value);
     glBindRenderbuffer(GL_RENDERBUFFER, 0);
+    // Four bytes a pixel of colour, three of depth.
+    m_pictureBytes = int64_t{dim0.value} * dim1.value * (4 + 3);
+    MemStatistics::add(m_pictureBytes);
     GLint before = 0;
     glGetIntegerv(GL_FRAMEBUFFER_BINDING, &before);
     glGenFramebuffers(1, &m_framebuffer);
@@ -188,6 +192,8 @@ void GuiRoot::releasePicture()
         if (m_depth) glDeleteRenderbuffers(1, &m_depth);
     }
     m_framebuffer = m_texture = m_depth = 0;
+    MemStatistics::remove(m_pictureBytes);
+    m_pictureBytes = 0;
 }
 
 void GuiRoot::onCreate(ScnAction& action)

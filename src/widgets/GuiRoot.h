@@ -1,6 +1,8 @@
 // The top of the widget branch: the look of the whole kit.
 #pragma once
 
+#include <cstdint>
+
 #include "node/ScnNode.h"
 
 class GuiRoot : public ScnGroup {
@@ -84,6 +86,8 @@ private:
 
     double m_dirty[6];
     unsigned m_framebuffer = 0, m_texture = 0, m_depth = 0;
+    // Bytes of the picture and its depth buffer on the memory statistics.
+    int64_t m_pictureBytes = 0;
     bool m_visible = true;
     ScnNode* m_hover = nullptr;
 };

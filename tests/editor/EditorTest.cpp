@@ -15,6 +15,7 @@
 #include "editor/CtlOutput.h"
 #include "editor/CtlProfiler.h"
 #include "editor/CtlWorldView.h"
+#include "memory/MemStatistics.h"
 #include "platform/MovieWriter.h"
 #include "editor/EdtStart.h"
 #include "editor/FrmMain.h"
@@ -169,6 +170,9 @@ private slots:
             QVERIFY(rows[i].text.endsWith(" ms, token OpenGL"));
             QCOMPARE(rows[i].kind, int(CtlOutput::Text));
         }
+        // The running copy's depth buffers and root picture are tracked and shown.
+        QVERIFY(MemStatistics::bytes() >= (int64_t{1} << 20));
+        QCOMPARE(m_frame->statusText(2), QString("MB %1").arg(MemStatistics::bytes() >> 20));
 
         mark = out->count();
         m_frame->reset();

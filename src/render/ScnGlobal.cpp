@@ -20,6 +20,7 @@
 #include "render/ScnLightbuffer.h"
 #include "render/ScnScene.h"
 #include "render/ScnShader.h"
+#include "render/ScnNoise3D.h"
 #include "render/ScnTest.h"
 #include "render/ScnText.h"
 #include "render/ScnTexture.h"
@@ -143,6 +144,8 @@ void init()
         if (GlContext::ready()) ScnText::loadFont();
         ScnLua::registerNode<ScnTest>(&ScnNode::s_type, "ScnTest", 2);
         ScnLua::registerNode<SnsKeyboardSensor>(&ScnNode::s_type, "SnsKeyboardSensor", 16);
+        // Files and the editor know the noise cube; scripts have no class for it.
+        ScnNodeRegistry::registerClass(ScnNoise3D::s_type, &ScnNode::s_type, "ScnNoise3D", &ScnNoise3D::factory, 4);
     }
     // The records kernels share with cameras and lights.
     using namespace MemTypes;

@@ -164,23 +164,25 @@ void CtlWorldView::wheelEvent(QWheelEvent* event)
 
 void CtlWorldView::keyPressEvent(QKeyEvent* event)
 {
-    const int code = kitKey(event->key(), event->modifiers() & Qt::KeypadModifier);
+    const bool keypad = event->modifiers() & Qt::KeypadModifier;
+    const int code = kitKey(event->key(), keypad);
     if (code < 0) {
         QOpenGLWidget::keyPressEvent(event);
         return;
     }
-    if (!event->isAutoRepeat()) InputState::instance().setKey(code, true);
+    if (!event->isAutoRepeat()) InputState::instance().setKey(code, true, keypad);
     event->accept();
 }
 
 void CtlWorldView::keyReleaseEvent(QKeyEvent* event)
 {
-    const int code = kitKey(event->key(), event->modifiers() & Qt::KeypadModifier);
+    const bool keypad = event->modifiers() & Qt::KeypadModifier;
+    const int code = kitKey(event->key(), keypad);
     if (code < 0) {
         QOpenGLWidget::keyReleaseEvent(event);
         return;
     }
-    if (!event->isAutoRepeat()) InputState::instance().setKey(code, false);
+    if (!event->isAutoRepeat()) InputState::instance().setKey(code, false, keypad);
     event->accept();
 }
 
@@ -188,6 +190,7 @@ void CtlWorldView::focusOutEvent(QFocusEvent* event)
 {
     // Keys let go elsewhere would stay held for ever.
     for (int k = 0; k < InputState::kKeys; ++k) InputState::instance().setKey(k, false);
+    for (int k = '0'; k <= '9'; ++k) InputState::instance().setKey(k, false, true);
     InputState::instance().setButton(1, false);
     InputState::instance().setButton(2, false);
     QOpenGLWidget::focusOutEvent(event);

@@ -284,6 +284,13 @@ void MemTypeGLBuffer::build()
         noContext(this);
         return;
     }
+    // Sizes come from files and scripts: a size expression of 2^31 would
+    // ask for tens of gigabytes twice over (the buffer and its OpenCL twin).
+    if (proxy->byteSize() > kMaxBytes) {
+        oclMessage(oclErrorHandler, this) << "a buffer of " << proxy->byteSize() << " bytes is larger than the "
+                                          << (kMaxBytes >> 20) << " MB a buffer may have";
+        return;
+    }
     glId = makeBuffer(target, proxy->byteSize(), GL_DYNAMIC_DRAW);
     if (!m_context) return;
     if (m_shares) {

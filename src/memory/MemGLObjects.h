@@ -37,6 +37,9 @@ public:
 
     unsigned glId = 0;
     uint32_t target;
+    // The largest buffer made; a larger one is refused with a message and
+    // leaves the object without storage.
+    static constexpr size_t kMaxBytes = size_t{1} << 31;
 
 protected:
     oclMem& sharedMem() override { return *this; }

@@ -460,6 +460,11 @@ void ScnBufferAttrib::build()
     if (gl.ok()) bindToCurrentShader();
 }
 
+int ScnBufferAttrib::drawnCount() const
+{
+    return m_buffer && m_buffer->glId ? dim0.number : 0;
+}
+
 void ScnBufferAttrib::fill(bool random)
 {
     if (!m_buffer->map(CL_MAP_WRITE, 0)) return;
@@ -547,7 +552,7 @@ void ScnBufferAttrib::onRender(ScnAction& action)
     const bool visible = enabled();
     if (visible) {
         if (GlContext::ready()) bindToCurrentShader();
-        ScnBufferArray::s_vertexCount = std::max(ScnBufferArray::s_vertexCount, dim0.number);
+        ScnBufferArray::s_vertexCount = std::max(ScnBufferArray::s_vertexCount, drawnCount());
         notify(ScnBufferArray::OnPreRender);
     }
     // The siblings are set up before this returns to the draw.
@@ -560,7 +565,7 @@ void ScnBufferAttrib::afterWalkOn(ScnAction&, void*, int flag)
     --s_depth;
     if (!flag) return;
     notify(ScnBufferArray::OnPostRender);
-    ScnBufferArray::s_vertexCount = std::max(ScnBufferArray::s_vertexCount, dim0.number);
+    ScnBufferArray::s_vertexCount = std::max(ScnBufferArray::s_vertexCount, drawnCount());
 }
 
 void ScnBufferAttrib::addEvents(ScnMFFunction& f)

@@ -133,6 +133,8 @@ public:
     int luaGlId(lua_State* L);
 
 private:
+    // The vertices this attribute can give: none when its buffer was not made.
+    int drawnCount() const;
     void build();
     // Random values, or zeros; either way every fourth component at full scale.
     void fill(bool random);

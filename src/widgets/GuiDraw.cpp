@@ -104,6 +104,7 @@ struct State {
     float color[4] = {0, 0, 0, 0};
     float clip[GuiDraw::kClipDepth][4] = {};
     int clipTop = 0;
+    int clipOver = 0;  // pushes beyond the stack not yet popped
     Batch lines, triangles, text;
     ScnShader* flat = nullptr;
     ScnShader* textured = nullptr;
@@ -451,9 +452,15 @@ void GuiDraw::pushClip(const ScnBox& box, double dx, double dy)
     const float* c = s.clip[s.clipTop];
     float n[4] = {std::max(c[0], static_cast<float>(box.min[0] + dx)), std::max(c[1], static_cast<float>(box.min[1] + dy)),
                   std::min(c[2], static_cast<float>(box.max[0] - dx)), std::min(c[3], static_cast<float>(box.max[1] - dy))};
-    // Beyond the stack the top entry is narrowed in place; the pop then
-    // stays balanced with the pushes that were taken.
-    if (s.clipTop + 1 < kClipDepth) ++s.clipTop;
+    // Beyond the stack the narrower box clips what follows but is not kept:
+    // its pop goes back to the deepest kept entry, and the pops of the
+    // entries below stay where they belong.
+    if (s.clipTop + 1 >= kClipDepth) {
+        ++s.clipOver;
+        scissorOf(n, 0.1f);
+        return;
+    }
+    ++s.clipTop;
     std::copy(n, n + 4, s.clip[s.clipTop]);
     scissorOf(s.clip[s.clipTop], 0.1f);
 }
@@ -461,13 +468,17 @@ void GuiDraw::pushClip(const ScnBox& box, double dx, double dy)
 void GuiDraw::popClip()
 {
     flush();
-    if (s.clipTop > 0) --s.clipTop;
+    if (s.clipOver > 0)
+        --s.clipOver;
+    else if (s.clipTop > 0)
+        --s.clipTop;
     scissorOf(s.clip[s.clipTop], 1.1f);
 }
 
 void GuiDraw::resetClip(float x0, float y0, float x1, float y1)
 {
     s.clipTop = 0;
+    s.clipOver = 0;
     s.clip[0][0] = x0;
     s.clip[0][1] = y0;
     s.clip[0][2] = x1;

@@ -115,6 +115,10 @@ bool InputScript::parse(const std::string& text, std::string& error)
         } else if (word == "keydown" || word == "keyup") {
             std::string name;
             in >> name;
+            if (name.size() == 4 && name.compare(0, 3, "PAD") == 0 && std::isdigit(static_cast<unsigned char>(name[3]))) {
+                name.erase(0, 3);
+                e.keypad = true;
+            }
             e.code = keyCode(name);
             if (e.code < 0) return fail("unknown key \"" + name + "\"");
             e.kind = word == "keydown" ? Event::KeyDown : Event::KeyUp;
@@ -132,13 +136,16 @@ bool InputScript::parse(const std::string& text, std::string& error)
                 events.push_back(Event{f + 1, Event::KeyUp, code, 0, 0});
                 if (shift) events.push_back(Event{f + 1, Event::KeyUp, InputState::KeyShift, 0, 0});
                 f += 2;
+                if (events.size() > kMaxEvents) break;
             }
+            if (events.size() > kMaxEvents) return fail("more than " + std::to_string(kMaxEvents) + " events");
             continue;
         } else {
             return fail("unknown event \"" + word + "\"");
         }
         std::string extra;
         if (in >> extra) return fail("unexpected \"" + extra + "\" after the event");
+        if (events.size() >= kMaxEvents) return fail("more than " + std::to_string(kMaxEvents) + " events");
         events.push_back(e);
     }
     std::stable_sort(events.begin(), events.end(), [](const Event& a, const Event& b) { return a.frame < b.frame; });
@@ -163,8 +170,8 @@ void InputScript::feed(long frame)
             in.setCursor(e.x, e.y);
             in.addWheel(e.code);
             break;
-        case Event::KeyDown: in.setKey(e.code, true); break;
-        case Event::KeyUp: in.setKey(e.code, false); break;
+        case Event::KeyDown: in.setKey(e.code, true, e.keypad); break;
+        case Event::KeyUp: in.setKey(e.code, false, e.keypad); break;
         }
     }
 }

@@ -7,7 +7,8 @@
 //   FRAME down BUTTON X Y   BUTTON is left or right; the cursor moves first
 //   FRAME up BUTTON X Y
 //   FRAME wheel N X Y    N notches, any sign
-//   FRAME keydown NAME   a letter, a digit or a key name (SHIFT, RETURN, ...)
+//   FRAME keydown NAME   a letter, a digit or a key name (SHIFT, RETURN, ...;
+//                        PAD0 to PAD9 for the numeric pad's digits)
 //   FRAME keyup NAME
 //   FRAME text WORDS     the rest of the line typed one character a frame:
 //                        down on FRAME, up on FRAME + 1, the next one on FRAME + 2
@@ -27,7 +28,11 @@ public:
         Kind kind = Move;
         int code = 0;  // button, notches or key code
         double x = 0, y = 0;
+        bool keypad = false;  // a digit of the numeric pad
     };
+    // A script holds at most this many events (a line of text makes two to
+    // four a character).
+    static constexpr size_t kMaxEvents = 1000000;
 
     // Reads a file; false with a message naming the file and the line.
     bool load(const std::string& path, std::string& error);

@@ -11,6 +11,11 @@ bool isLetter(int code)
 {
     return code >= 'a' && code <= 'z';
 }
+
+bool isDigit(int code)
+{
+    return code >= '0' && code <= '9';
+}
 }  // namespace
 
 InputState& InputState::instance()
@@ -25,9 +30,15 @@ void InputState::setCursor(double x, double y)
     m_now.y = y;
 }
 
-void InputState::setKey(int code, bool down)
+void InputState::setKey(int code, bool down, bool keypad)
 {
     if (code < 0 || code >= kKeys) return;
+    if (keypad && isDigit(code)) {
+        const int d = code - '0';
+        if (down && !m_now.pad[d]) m_now.padPressed[d] = true;
+        m_now.pad[d] = down;
+        return;
+    }
     if (code == KeySpace || code == KeySpaceToo) {
         for (int c : {int(KeySpace), int(KeySpaceToo)}) {
             if (down && !m_now.keys[c]) m_now.keyPressed[c] = true;
@@ -77,18 +88,26 @@ void InputState::sample(uint32_t ms, int width, int height)
 
     // Keys: 1 down now and before, 2 down now only, 4 down before only. A
     // letter writes the upper-case code while Shift is down, the lower-case
-    // one while it is up; the other code keeps its last value.
+    // one while it is up; the other code keeps its last value. A top-row
+    // digit is skipped while Shift is down; the numeric pad's always counts.
     const bool shift = m_now.keys[KeyShift];
     for (int k = 0; k < kKeys; ++k) {
         // A press already let go counts as down for this one sample.
-        const bool now = m_now.keys[k] || m_now.keyPressed[k], before = m_before[k];
+        const bool top = m_now.keys[k] || m_now.keyPressed[k];
+        bool pad = false;
+        if (isDigit(k)) {
+            pad = m_now.pad[k - '0'] || m_now.padPressed[k - '0'];
+            m_now.padPressed[k - '0'] = false;
+        }
+        const bool now = top || pad, before = m_before[k];
         m_now.keyPressed[k] = false;
+        m_before[k] = now;
+        if (isDigit(k) && shift && !pad) continue;
         const uint32_t s = now && before ? 1u : now ? 2u : before ? 4u : 0u;
         if (isLetter(k))
             keys[shift ? k - 32 : k] = s;
         else if (k < 'A' || k > 'Z')
             keys[k] = s;
-        m_before[k] = now;
     }
 
     // Left button: a second press within 210 ms is a double click, after
@@ -123,8 +142,11 @@ void InputState::sample(uint32_t ms, int width, int height)
 
     wheel = m_now.wheel;
     m_now.wheel = 0;
+    // The view sets its scroll values again whenever they change; one
+    // setting counts for one frame.
     scroll[0] = m_now.scroll[0];
     scroll[1] = m_now.scroll[1];
+    m_now.scroll[0] = m_now.scroll[1] = 0;
 }
 
 void InputState::age()

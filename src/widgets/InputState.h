@@ -55,7 +55,9 @@ public:
     // sampled into the upper-case one while Shift is held. SPACE has two
     // codes, 32 and 139: either reports both. A key pressed and let go
     // between two samples still goes down in the first and up in the next.
-    void setKey(int code, bool down);
+    // Digits say whether they come from the numeric pad: the top row's are
+    // not sampled while Shift is down (they type the signs above them).
+    void setKey(int code, bool down, bool keypad = false);
     // Button 1 left, 2 right. A press is remembered until the next sample
     // even when the button is up again by then.
     void setButton(int button, bool down);
@@ -73,6 +75,7 @@ private:
     struct Reported {
         bool keys[kKeys] = {};
         bool keyPressed[kKeys] = {};  // went down since the last sample
+        bool pad[10] = {}, padPressed[10] = {};  // the numeric pad's digits
         bool left = false, right = false;
         bool leftPressed = false, rightPressed = false;
         double x = 0, y = 0;

@@ -40,7 +40,9 @@ int getMouseWheel(lua_State* L)
 
 int isMousePressed(lua_State* L)
 {
-    const int button = lua_type(L, 1) == LUA_TNUMBER ? static_cast<int>(lua_tointeger(L, 1)) : 0;
+    // A number that is not exactly one of the two codes (1.5, say) is refused too.
+    const lua_Number n = lua_type(L, 1) == LUA_TNUMBER ? lua_tonumber(L, 1) : 0;
+    const int button = n == kLeft ? kLeft : n == kRight ? kRight : 0;
     if (button != kLeft && button != kRight) return luaL_argerror(L, 1, "iso.MB_LEFT, ios.MB_RIGHT expected");
     const InputState& in = InputState::instance();
     lua_pushboolean(L, ((button == kLeft ? in.leftButton : in.rightButton) & InputState::Held) != 0);

@@ -253,7 +253,7 @@ TEST(SceneClassFiles, PayloadsHaveTheirLaidOutBytesAndReadBackUnderTheirClass)
         ASSERT_STREQ(node->getType()->name, c.cls);
         const Bytes got = bytesOf(*node);
         const Bytes want = c.golden ? c.golden(*node) : got;
-        EXPECT_EQ(got, want) << "first difference at byte " << firstDifference(got, want);
+        if (c.golden) EXPECT_EQ(got, want) << "first difference at byte " << firstDifference(got, want);
 
         bool known = false;
         std::unique_ptr<ScnNode> back(ScnNodeRegistry::create(c.cls, &known));
@@ -278,23 +278,9 @@ TEST(SceneClassFiles, PayloadsHaveTheirLaidOutBytesAndReadBackUnderTheirClass)
     EXPECT_EQ(ScnTexture3D().dimZ.number, 64);
 }
 
-TEST(SceneClassFiles, ObjectAndApplicationFilesKeepEveryClassByteForByte)
+TEST(SceneClassFiles, AnApplicationFileKeepsEveryClassByteForByteInItsPlace)
 {
     std::vector<Case> all = cases();
-    for (const Case& c : all) {
-        SCOPED_TRACE(c.cls);
-        std::unique_ptr<ScnNode> node(c.make());
-        ScnOutStream out;
-        scnWriteObject(out, *node);
-        std::string error;
-        std::unique_ptr<ScnNode> back(scnReadObject(out.bytes(), "object.3Do", error));
-        ASSERT_TRUE(back) << error;
-        EXPECT_EQ(back->getType(), node->getType());
-        ScnOutStream again;
-        scnWriteObject(again, *back);
-        EXPECT_EQ(again.bytes(), out.bytes());
-    }
-
     // Every class in the world branch, one inside another where the class is a
     // group, plus a viewpoint under the camera.
     RtnApplication app;

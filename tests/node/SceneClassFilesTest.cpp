@@ -13,6 +13,8 @@
 #include "render/ScnBuffers.h"
 #include "render/ScnCameraExamine.h"
 #include "render/ScnViewpoint.h"
+#include "render/ScnDeferredPointLight.h"
+#include "render/ScnDeferredSpotLight.h"
 #include "render/ScnLightbuffer.h"
 #include "render/ScnFramebuffer.h"
 #include "render/ScnShader.h"
@@ -341,4 +343,26 @@ TEST(SceneClassFiles, AliasesReadAsTheirClassesAndAreWrittenUnderTheClassName)
     ScnOutStream out;
     scnWriteObject(out, *g);
     EXPECT_EQ(out.bytes(), now.b);
+}
+
+TEST(SceneClassFiles, ClassesStandUnderTheirParents)
+{
+    // Script methods and isA follow this chain: a transform that no longer
+    // stood under the matrix would lose the matrix's methods.
+    const std::pair<const ScnNodeType*, const ScnNodeType*> rows[] = {
+        {&ScnTransform::s_type, &ScnMatrix::s_type},       {&ScnInstance::s_type, &ScnGroup::s_type},
+        {&ScnText::s_type, &ScnNode::s_type},              {&ScnTest::s_type, &ScnNode::s_type},
+        {&SnsKeyboardSensor::s_type, &ScnNode::s_type},    {&ScnViewpoint::s_type, &ScnNode::s_type},
+        {&ScnCamera::s_type, &ScnGroup::s_type},           {&ScnCameraExamine::s_type, &ScnCamera::s_type},
+        {&ScnTexture2D::s_type, &ScnNode::s_type},         {&ScnTexture3D::s_type, &ScnNode::s_type},
+        {&ScnFramebuffer::s_type, &ScnNode::s_type},       {&ScnLightbuffer::s_type, &ScnFramebuffer::s_type},
+        {&ScnBufferElement::s_type, &ScnGroup::s_type},    {&ScnBufferArray::s_type, &ScnGroup::s_type},
+        {&ScnBufferAttrib::s_type, &ScnNode::s_type},      {&OclPlugin::s_type, &ScnNode::s_type},
+        {&ScnDeferredPointLight::s_type, &ScnDeferredLight::s_type},
+        {&ScnDeferredSpotLight::s_type, &ScnDeferredLight::s_type},
+    };
+    for (auto [type, parent] : rows) {
+        EXPECT_EQ(ScnNodeRegistry::parentOf(*type), parent) << type->name;
+        EXPECT_EQ(ScnNodeRegistry::find(type->name), type);
+    }
 }

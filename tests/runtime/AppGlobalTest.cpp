@@ -15,6 +15,7 @@
 #include "platform/Settings.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
+#include "support/TempDir.h"
 
 namespace fs = std::filesystem;
 
@@ -52,9 +53,6 @@ protected:
         m_cwd = fs::current_path();
         m_programFolder = AppGlobal::programFolder();
         if (const char* c = std::getenv("XDG_CACHE_HOME")) m_cache = c, m_hadCache = true;
-        char tmpl[] = "/tmp/velmora-appglobal-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        m_tmp = tmpl;
         // Even a faulty build must not write into the user's own folders.
         setenv("XDG_CACHE_HOME", (m_tmp + "/usercache").c_str(), 1);
         Settings::setFilePath(m_tmp + "/config/settings.ini");
@@ -67,13 +65,9 @@ protected:
         fs::current_path(m_cwd);
         AppGlobal::setProgramFolder(m_programFolder);
         Settings::setFilePath("");
-        if (m_hadCache)
-            setenv("XDG_CACHE_HOME", m_cache.c_str(), 1);
-        else
-            unsetenv("XDG_CACHE_HOME");
+        m_hadCache ? setenv("XDG_CACHE_HOME", m_cache.c_str(), 1) : unsetenv("XDG_CACHE_HOME");
         std::error_code ec;
         fs::permissions(m_tmp + "/ws", fs::perms::owner_all, fs::perm_options::add, ec);
-        fs::remove_all(m_tmp, ec);
     }
 
     std::string makeFolder(const std::string& rel)
@@ -82,7 +76,8 @@ protected:
         return m_tmp + "/" + rel;
     }
 
-    std::string m_tmp;
+    TempDir m_dir{"velmora-appglobal"};
+    std::string m_tmp = m_dir.path();
     fs::path m_cwd;
     std::string m_programFolder;
     std::string m_cache;

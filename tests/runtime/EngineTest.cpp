@@ -23,6 +23,14 @@
 
 namespace {
 
+RtnProcessor* appendProcessor(RtnApplication& app, const char* name)
+{
+    auto* p = new RtnProcessor();
+    p->name = name;
+    app.scripts.node.append(p);
+    return p;
+}
+
 RtnRegister* addRegister(RtnProcessor* p, int slot, std::initializer_list<std::pair<int, const char*>> code)
 {
     RtnRegister* r = p->createRegister(slot);
@@ -63,10 +71,8 @@ TEST_F(Engine, LoadRunsGlobalTextsThenDepositsFromTheLastProcessor)
     app.luaglobal = "print('app global')";
     auto* first = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
     first->luaglobal = "print('first global')";
-    auto* second = new RtnProcessor();
-    second->name = "Second";
+    RtnProcessor* second = appendProcessor(app, "Second");
     second->luaglobal = "print('second global')";
-    app.scripts.node.append(second);
     RtnRegister* r1 = addRegister(first, 0, {{1, "print('first got ' .. event:getName())"}});
     r1->marking.append(&app.openGL.node);
     RtnRegister* r2 = addRegister(second, 2, {{1, "print('second got ' .. event:getName())"}});
@@ -112,9 +118,7 @@ TEST_F(Engine, SetActiveFalseFiresOnDeactivateAndSilencesTheProcessor)
 {
     RtnApplication app;
     auto* watched = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
-    auto* watcher = new RtnProcessor();
-    watcher->name = "Watcher";
-    app.scripts.node.append(watcher);
+    RtnProcessor* watcher = appendProcessor(app, "Watcher");
     // Register 0 of the watched processor stops it; register 3 must then stay silent.
     addRegister(watched, 0, {{0, "print('r0'); _P.self:setActive(false)"}});
     addRegister(watched, 3, {{0, "print('r3')"}});
@@ -174,9 +178,7 @@ TEST_F(Engine, EventIsRestoredAroundNestedEvents)
 {
     RtnApplication app;
     auto* main = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
-    auto* watched = new RtnProcessor();
-    watched->name = "Watched";
-    app.scripts.node.append(watched);
+    RtnProcessor* watched = appendProcessor(app, "Watched");
     RtnRegister* r = addRegister(main, 0, {});
     watched->addEvents(r->functions);
     r->functions.setCode(0, "print('outer ' .. event:getName()); Scripts.Watched:setActive(false); "
@@ -217,9 +219,7 @@ TEST_F(Engine, GarbageOfAFrameGoesWithinBoundedFramesAndDeadNodesStayRefused)
 {
     RtnApplication app;
     auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
-    auto* second = new RtnProcessor();
-    second->name = "Second";
-    app.scripts.node.append(second);
+    RtnProcessor* second = appendProcessor(app, "Second");
     p->luaglobal = "_G.kept = Scripts.Second";
     // Every frame drops a table and, in the first one, an object with a finaliser.
     RtnRegister* r = addRegister(p, 0, {{0, "_G.frames = (_G.frames or 0) + 1\n"

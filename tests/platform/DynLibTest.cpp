@@ -8,20 +8,19 @@
 
 #include "platform/DynLib.h"
 #include "runtime/AppGlobal.h"
+#include "support/TempDir.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
+// A workspace with a library, a library without lib_open and a file that is
+// no library; the trace goes to the workspace, never to the user's cache.
 class DynLibTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        m_cwd = fs::current_path();
         if (const char* c = std::getenv("XDG_CACHE_HOME")) m_cache = c, m_hadCache = true;
-        char tmpl[] = "/tmp/velmora-dynlib-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        m_ws = tmpl;
         fs::create_directories(m_ws + "/bindings/libRec");
         fs::copy_file(VELMORA_TEST_RECORD_PLUGIN, m_ws + "/bindings/libRec/libRec.so");
         fs::copy_file(VELMORA_TEST_NOOPEN_PLUGIN, m_ws + "/bindings/libRec/libPlain.so");
@@ -29,20 +28,15 @@ protected:
         setenv("XDG_CACHE_HOME", (m_ws + "/usercache").c_str(), 1);
         ASSERT_TRUE(AppGlobal::setProjectPath(m_ws));
     }
-
     void TearDown() override
     {
         fs::current_path(m_cwd);
-        if (m_hadCache)
-            setenv("XDG_CACHE_HOME", m_cache.c_str(), 1);
-        else
-            unsetenv("XDG_CACHE_HOME");
-        std::error_code ec;
-        fs::remove_all(m_ws, ec);
+        m_hadCache ? setenv("XDG_CACHE_HOME", m_cache.c_str(), 1) : unsetenv("XDG_CACHE_HOME");
     }
 
-    std::string m_ws;
-    fs::path m_cwd;
+    TempDir m_dir{"velmora-dynlib"};
+    std::string m_ws = m_dir.path();
+    fs::path m_cwd = fs::current_path();
     std::string m_cache;
     bool m_hadCache = false;
 };

@@ -15,6 +15,7 @@
 #include "platform/Settings.h"
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
+#include "support/TempDir.h"
 
 namespace fs = std::filesystem;
 
@@ -52,9 +53,6 @@ protected:
         m_cwd = fs::current_path();
         m_programFolder = AppGlobal::programFolder();
         if (const char* c = std::getenv("XDG_CACHE_HOME")) m_cache = c, m_hadCache = true;
-        char tmpl[] = "/tmp/velmora-appglobal-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        m_tmp = tmpl;
         // Even a faulty build must not write into the user's own folders.
         setenv("XDG_CACHE_HOME", (m_tmp + "/usercache").c_str(), 1);
         Settings::setFilePath(m_tmp + "/config/settings.ini");
@@ -67,13 +65,9 @@ protected:
         fs::current_path(m_cwd);
         AppGlobal::setProgramFolder(m_programFolder);
         Settings::setFilePath("");
-        if (m_hadCache)
-            setenv("XDG_CACHE_HOME", m_cache.c_str(), 1);
-        else
-            unsetenv("XDG_CACHE_HOME");
+        m_hadCache ? setenv("XDG_CACHE_HOME", m_cache.c_str(), 1) : unsetenv("XDG_CACHE_HOME");
         std::error_code ec;
         fs::permissions(m_tmp + "/ws", fs::perms::owner_all, fs::perm_options::add, ec);
-        fs::remove_all(m_tmp, ec);
     }
 
     std::string makeFolder(const std::string& rel)
@@ -82,7 +76,8 @@ protected:
         return m_tmp + "/" + rel;
     }
 
-    std::string m_tmp;
+    TempDir m_dir{"velmora-appglobal"};
+    std::string m_tmp = m_dir.path();
     fs::path m_cwd;
     std::string m_programFolder;
     std::string m_cache;
@@ -174,13 +169,12 @@ TEST_F(AppGlobalTest, RelativePathIsKeptAbsolute)
     EXPECT_TRUE(fs::exists(m_tmp + "/outer/inner/velmora.txt"));
 }
 
-TEST_F(AppGlobalTest, TraceFallsBackToCacheFolder)
+TEST_F(AppGlobalTest, TraceFallsBackToTheCacheFolderOrIsSilentlyLost)
 {
     const std::string ws = makeFolder("ws");
     // A folder in the way of the trace file: not writable even for root.
     fs::create_directory(ws + "/velmora.txt");
     setenv("XDG_CACHE_HOME", (m_tmp + "/cache/home").c_str(), 1);
-
     ASSERT_TRUE(AppGlobal::setProjectPath(ws));
     EXPECT_EQ(AppGlobal::projectPath(), ws);
     const std::string fallback = m_tmp + "/cache/home/velmora/velmora.txt";
@@ -190,6 +184,19 @@ TEST_F(AppGlobalTest, TraceFallsBackToCacheFolder)
     ASSERT_EQ(got.size(), 2u);
     EXPECT_NE(got[0].find("AppGlobal::setProjectPath " + ws), std::string::npos);
     EXPECT_EQ(got[1], "X.cpp(3):into the cache");
+
+    // The cache folder would have to be made below a plain file.
+    std::ofstream(m_tmp + "/blocker") << "x";
+    setenv("XDG_CACHE_HOME", (m_tmp + "/blocker").c_str(), 1);
+    ASSERT_TRUE(AppGlobal::setProjectPath(ws));
+    EXPECT_EQ(AppGlobal::tracePath(), "");
+    AppGlobal::traceLine("X.cpp", 1, "nowhere");  // must simply go nowhere
+    EXPECT_TRUE(drainErrors().empty());
+
+    // The next workspace that can hold a trace gets one again.
+    const std::string other = makeFolder("other");
+    ASSERT_TRUE(AppGlobal::setProjectPath(other));
+    EXPECT_EQ(AppGlobal::tracePath(), other + "/velmora.txt");
 }
 
 TEST_F(AppGlobalTest, ReadOnlyWorkspaceTracesToCacheFolder)
@@ -202,26 +209,6 @@ TEST_F(AppGlobalTest, ReadOnlyWorkspaceTracesToCacheFolder)
     ASSERT_TRUE(AppGlobal::setProjectPath(ws));
     EXPECT_EQ(AppGlobal::tracePath(), m_tmp + "/cache/velmora/velmora.txt");
     EXPECT_FALSE(fs::exists(ws + "/velmora.txt"));
-}
-
-TEST_F(AppGlobalTest, TraceSilentlyLostWhenNoPlaceIsWritable)
-{
-    const std::string ws = makeFolder("ws");
-    fs::create_directory(ws + "/velmora.txt");
-    // The cache folder would have to be made below a plain file.
-    std::ofstream(m_tmp + "/blocker") << "x";
-    setenv("XDG_CACHE_HOME", (m_tmp + "/blocker").c_str(), 1);
-
-    ASSERT_TRUE(AppGlobal::setProjectPath(ws));
-    EXPECT_EQ(AppGlobal::projectPath(), ws);
-    EXPECT_EQ(AppGlobal::tracePath(), "");
-    AppGlobal::traceLine("X.cpp", 1, "nowhere");  // must simply go nowhere
-    EXPECT_TRUE(drainErrors().empty());
-
-    // The next workspace that can hold a trace gets one again.
-    const std::string other = makeFolder("other");
-    ASSERT_TRUE(AppGlobal::setProjectPath(other));
-    EXPECT_EQ(AppGlobal::tracePath(), other + "/velmora.txt");
 }
 
 }  // namespace

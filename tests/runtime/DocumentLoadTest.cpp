@@ -15,6 +15,7 @@
 #include "runtime/CmdNodes.h"
 #include "runtime/RtnApplication.h"
 #include "support/DocumentFixture.h"
+#include "LuaRun.h"
 
 namespace {
 
@@ -35,15 +36,6 @@ RtnProcessor* addProcessor(RtnApplication& app, int k)
     }
     p->name = "P" + std::to_string(k);
     return p;
-}
-
-double globalNumber(const char* name)
-{
-    lua_State* L = AppGlobal::luaState();
-    lua_getglobal(L, name);
-    double v = lua_isnumber(L, -1) ? lua_tonumber(L, -1) : -1;
-    lua_pop(L, 1);
-    return v;
 }
 
 }  // namespace
@@ -114,7 +106,7 @@ TEST_F(DocumentLoad, GarbageOfTheGlobalTextsIsCollectedOnceTheBuildEndsAndTheirO
         ASSERT_TRUE(app.writeFile(m_ws / "garbage.3Dm", error)) << error;
     }
     ASSERT_TRUE(m_doc.open("garbage.3Dm", error)) << error;
-    EXPECT_EQ(globalNumber("finalised"), kProcessors);
+    EXPECT_EQ(luaEval(AppGlobal::luaState(), "finalised"), std::to_string(kProcessors));
     Lines want;
     for (int k = 0; k < kProcessors; ++k) want.push_back("(script): text " + std::to_string(k));
     EXPECT_EQ(drain(), want);
@@ -122,6 +114,6 @@ TEST_F(DocumentLoad, GarbageOfTheGlobalTextsIsCollectedOnceTheBuildEndsAndTheirO
     // A text run again alone from the editor is collected right after it.
     RtnProcessor* p = m_doc.application()->processorAt(7);
     ASSERT_TRUE(p->runGlobalScript());
-    EXPECT_EQ(globalNumber("finalised"), kProcessors + 1);
+    EXPECT_EQ(luaEval(AppGlobal::luaState(), "finalised"), std::to_string(kProcessors + 1));
     EXPECT_EQ(drain(), (Lines{"(script): text 7"}));
 }

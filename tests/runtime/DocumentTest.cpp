@@ -15,6 +15,7 @@
 #include "runtime/RtnApplication.h"
 #include "runtime/RtnDocument.h"
 #include "support/DocumentFixture.h"
+#include "LuaRun.h"
 
 using Document = DocumentFixture;
 
@@ -147,15 +148,8 @@ TEST_F(Document, OfSiblingsWithOneNameTheFirstIsReachedByNameAsByFindChild)
     ASSERT_TRUE(app.writeFile(m_ws / "dups.3Dm", error)) << error;
     ASSERT_TRUE(m_doc.open("dups.3Dm", error)) << error;
     lua_State* L = AppGlobal::luaState();
-    ASSERT_EQ(luaL_dostring(L, "r1 = rawequal(OpenGL.dup, OpenGL:getChild(0))\n"
-                               "r2 = rawequal(OpenGL.other, OpenGL:getChild(1))"),
-              0)
-        << lua_tostring(L, -1);
-    lua_getglobal(L, "r1");
-    lua_getglobal(L, "r2");
-    EXPECT_TRUE(lua_toboolean(L, -2));
-    EXPECT_TRUE(lua_toboolean(L, -1));
-    lua_pop(L, 2);
+    EXPECT_EQ(luaEval(L, "rawequal(OpenGL.dup, OpenGL:getChild(0))"), "true");
+    EXPECT_EQ(luaEval(L, "rawequal(OpenGL.other, OpenGL:getChild(1))"), "true");
     ScnNode* world = m_doc.runtime()->branch(CmdApplication::World);
     EXPECT_EQ(world->findChild("dup"), world->getChild(0));
 
@@ -166,10 +160,7 @@ TEST_F(Document, OfSiblingsWithOneNameTheFirstIsReachedByNameAsByFindChild)
     m_doc.application()->openGL.node.addFirst(front);
     static_cast<ScnGroup*>(world)->addFirst(frontTwin);
     m_doc.runtime()->create(frontTwin);
-    ASSERT_EQ(luaL_dostring(L, "r1 = rawequal(OpenGL.dup, OpenGL:getChild(0))"), 0);
-    lua_getglobal(L, "r1");
-    EXPECT_TRUE(lua_toboolean(L, -1));
-    lua_pop(L, 1);
+    EXPECT_EQ(luaEval(L, "rawequal(OpenGL.dup, OpenGL:getChild(0))"), "true");
 }
 
 TEST_F(Document, OpeningAFileGivesTheFourHintsOnTheIntroChannel)

@@ -13,6 +13,8 @@
 
 #include "runtime/AppGlobal.h"
 #include "runtime/Channels.h"
+#include "support/TempDir.h"
+#include "LuaRun.h"
 
 namespace fs = std::filesystem;
 
@@ -33,35 +35,12 @@ std::vector<std::string> drainErrors()
     return out;
 }
 
-// Runs `code`, which returns one string; "ERROR: ..." when it fails.
-std::string evalString(lua_State* L, const std::string& code)
-{
-    if (luaL_loadstring(L, code.c_str()) != 0 || lua_pcall(L, 0, 1, 0) != 0) {
-        std::string e = std::string("ERROR: ") + (lua_tostring(L, -1) ? lua_tostring(L, -1) : "?");
-        lua_pop(L, 1);
-        return e;
-    }
-    std::string out = lua_tostring(L, -1) ? lua_tostring(L, -1) : "(not a string)";
-    lua_pop(L, 1);
-    return out;
-}
-
 class LuaStartTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char tmpl[] = "/tmp/velmora-luastart-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        m_ws = tmpl;
-        m_plugins = m_ws + "/bindings/plugins";
-        Channels::error().clear();
-    }
-
+    void SetUp() override { Channels::error().clear(); }
     void TearDown() override
     {
         if (m_L) lua_close(m_L);
-        std::error_code ec;
-        fs::remove_all(m_ws, ec);
     }
 
     void addPlugin(const char* built, const std::string& as)
@@ -70,8 +49,9 @@ protected:
         fs::copy_file(built, m_plugins + "/" + as, fs::copy_options::overwrite_existing);
     }
 
-    std::string m_ws;
-    std::string m_plugins;
+    TempDir m_dir{"velmora-luastart"};
+    std::string m_ws = m_dir.path();
+    std::string m_plugins = m_ws + "/bindings/plugins";
     lua_State* m_L = nullptr;
 };
 
@@ -86,13 +66,13 @@ TEST_F(LuaStartTest, PluginsOpenInNameOrderWithTheirNames)
 
     m_L = AppGlobal::newLuaState(m_ws);
     ASSERT_NE(m_L, nullptr);
-    EXPECT_EQ(evalString(m_L, "return table.concat(plugin_calls, ',')"), "alpha,mid.dot,zeta");
+    EXPECT_EQ(luaEval(m_L, "table.concat(plugin_calls, ',')"), "alpha,mid.dot,zeta");
     EXPECT_TRUE(drainErrors().empty());
     // The libraries stay loaded, so what lib_open registered still runs.
     ASSERT_TRUE(isLoaded(m_plugins + "/zeta.so"));
-    EXPECT_EQ(evalString(m_L, "return plugin_echo()"), "echo");
+    EXPECT_EQ(luaEval(m_L, "plugin_echo()"), "echo");
     // Standard libraries and dir are there beside what the plug-ins made.
-    EXPECT_EQ(evalString(m_L, "return type(string.format) .. type(io.open) .. type(dir.listFiles)"),
+    EXPECT_EQ(luaEval(m_L, "type(string.format) .. type(io.open) .. type(dir.listFiles)"),
               "functionfunctionfunction");
     EXPECT_EQ(lua_gettop(m_L), 0);
 }
@@ -107,7 +87,7 @@ TEST_F(LuaStartTest, FaultyPluginsAreReportedOnceAndScanGoesOn)
 
     m_L = AppGlobal::newLuaState(m_ws);
     ASSERT_NE(m_L, nullptr);
-    EXPECT_EQ(evalString(m_L, "return table.concat(plugin_calls, ',')"), "a_first,e_last");
+    EXPECT_EQ(luaEval(m_L, "table.concat(plugin_calls, ',')"), "a_first,e_last");
 
     const std::vector<std::string> errors = drainErrors();
     ASSERT_EQ(errors.size(), 3u);
@@ -121,20 +101,20 @@ TEST_F(LuaStartTest, FaultyPluginsAreReportedOnceAndScanGoesOn)
 
     // The errors left nothing behind on the stack and the state still works.
     EXPECT_EQ(lua_gettop(m_L), 0);
-    EXPECT_EQ(evalString(m_L, "return type(dir.listFiles)"), "function");
+    EXPECT_EQ(luaEval(m_L, "type(dir.listFiles)"), "function");
 }
 
 TEST_F(LuaStartTest, MissingOrEmptyPluginFolderFindsNothing)
 {
     m_L = AppGlobal::newLuaState(m_ws);  // no bindings folder at all
     ASSERT_NE(m_L, nullptr);
-    EXPECT_EQ(evalString(m_L, "return type(plugin_calls) .. type(dir.listFiles)"), "nilfunction");
+    EXPECT_EQ(luaEval(m_L, "type(plugin_calls) .. type(dir.listFiles)"), "nilfunction");
     lua_close(m_L);
 
     fs::create_directories(m_plugins);
     m_L = AppGlobal::newLuaState(m_ws);
     ASSERT_NE(m_L, nullptr);
-    EXPECT_EQ(evalString(m_L, "return type(plugin_calls) .. type(dir.listFiles)"), "nilfunction");
+    EXPECT_EQ(luaEval(m_L, "type(plugin_calls) .. type(dir.listFiles)"), "nilfunction");
     EXPECT_TRUE(drainErrors().empty());
 }
 
@@ -143,18 +123,8 @@ TEST_F(LuaStartTest, CollectorRunsAfterStart)
     m_L = AppGlobal::newLuaState(m_ws);
     ASSERT_NE(m_L, nullptr);
     // About 20 MB of garbage tables; a collector left stopped keeps all of it.
-    EXPECT_EQ(evalString(m_L, "for i = 1, 400000 do local t = {i} end\n"
-                              "return tostring(collectgarbage('count') < 8192)"),
-              "true");
-}
-
-TEST_F(LuaStartTest, ProcessStateIsMadeOnce)
-{
-    lua_State* L = AppGlobal::startLua();
-    ASSERT_NE(L, nullptr);
-    EXPECT_EQ(AppGlobal::luaState(), L);
-    EXPECT_EQ(AppGlobal::startLua(), L);
-    EXPECT_EQ(evalString(L, "return type(dir.listFiles)"), "function");
+    EXPECT_EQ(luaRun(m_L, "for i = 1, 400000 do local t = {i} end"), "");
+    EXPECT_EQ(luaEval(m_L, "collectgarbage('count') < 8192"), "true");
 }
 
 }  // namespace

@@ -16,33 +16,9 @@
 #include "runtime/LuaExt.h"
 #include "runtime/ScnLua.h"
 #include "runtime/ScnScriptEnv.h"
+#include "LuaRun.h"
 
 namespace {
-
-// Runs `code` in the global environment: "" when it ran, else the message.
-std::string run(lua_State* L, const std::string& code)
-{
-    if (luaL_loadbuffer(L, code.data(), code.size(), "test") != 0 || lua_pcall(L, 0, 0, 0) != 0) {
-        std::string msg = lua_tostring(L, -1) ? lua_tostring(L, -1) : "(no message)";
-        lua_pop(L, 1);
-        return msg;
-    }
-    return "";
-}
-
-// tostring of the value of `expr`, or "ERROR: " and the message.
-std::string eval(lua_State* L, const std::string& expr)
-{
-    std::string code = "return tostring(" + expr + ")";
-    if (luaL_loadbuffer(L, code.data(), code.size(), "test") != 0 || lua_pcall(L, 0, 1, 0) != 0) {
-        std::string msg = std::string("ERROR: ") + (lua_tostring(L, -1) ? lua_tostring(L, -1) : "?");
-        lua_pop(L, 1);
-        return msg;
-    }
-    std::string out = lua_tostring(L, -1);
-    lua_pop(L, 1);
-    return out;
-}
 
 std::vector<LogRecord> drain(LogRing& ring)
 {
@@ -104,7 +80,7 @@ protected:
     std::string describe(ScnNode* node)
     {
         ScnLua::setGlobalNode(L, "probe", node);
-        std::string s = eval(L, "probe");
+        std::string s = luaEval(L, "probe");
         ScnLua::clearGlobalNode(L, "probe");
         return s;
     }
@@ -172,12 +148,11 @@ TEST(LuaExt, GetFunctionLeavesAFunctionOrNothing)
     ASSERT_EQ(lua_pcall(L, 2, 1, 0), 0);
     EXPECT_STREQ(lua_tostring(L, -1), "ababab");
     lua_pop(L, 1);
-    EXPECT_EQ(lua_gettop(L), top);
-
+    // Missing, no function, no module, a global that is no table.
     EXPECT_FALSE(velmora_getfunction(L, "string", "noSuchFunction"));
-    EXPECT_FALSE(velmora_getfunction(L, "math", "pi"));  // there, but no function
+    EXPECT_FALSE(velmora_getfunction(L, "math", "pi"));
     EXPECT_FALSE(velmora_getfunction(L, "noSuchModule", "rep"));
-    EXPECT_FALSE(velmora_getfunction(L, "_VERSION", "len"));  // a global that is no table
+    EXPECT_FALSE(velmora_getfunction(L, "_VERSION", "len"));
     EXPECT_EQ(lua_gettop(L), top);
 }
 
@@ -185,9 +160,9 @@ TEST(LuaExt, PrintWritesOneLineToThePrintChannel)
 {
     lua_State* L = AppGlobal::luaState();
     Channels::clearAll();
-    EXPECT_EQ(run(L, "print(1, 'two', nil, true, 2.5)"), "");
-    EXPECT_EQ(run(L, "print()"), "");
-    EXPECT_EQ(run(L, "local t = setmetatable({}, {__tostring = function() return 'custom' end}) print(t)"), "");
+    EXPECT_EQ(luaRun(L, "print(1, 'two', nil, true, 2.5)"), "");
+    EXPECT_EQ(luaRun(L, "print()"), "");
+    EXPECT_EQ(luaRun(L, "local t = setmetatable({}, {__tostring = function() return 'custom' end}) print(t)"), "");
     std::vector<LogRecord> lines = drain(Channels::luaPrint());
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_STREQ(lines[0].text, "(script): 1\ttwo\tnil\ttrue\t2.5");
@@ -196,7 +171,7 @@ TEST(LuaExt, PrintWritesOneLineToThePrintChannel)
 
     // As with the stock print, a tostring that gives no string is an error,
     // raised in the script and caught by its pcall.
-    std::string msg = run(L, "local saved = tostring\n"
+    std::string msg = luaRun(L, "local saved = tostring\n"
                              "tostring = function() return {} end\n"
                              "local ok, e = pcall(print, 1)\n"
                              "tostring = saved\n"
@@ -207,7 +182,7 @@ TEST(LuaExt, PrintWritesOneLineToThePrintChannel)
     // Every state made for a workspace prints to the channel too.
     lua_State* other = AppGlobal::newLuaState("/nonexistent-velmora-workspace");
     ASSERT_NE(other, nullptr);
-    EXPECT_EQ(run(other, "print('from', 'elsewhere')"), "");
+    EXPECT_EQ(luaRun(other, "print('from', 'elsewhere')"), "");
     lua_close(other);
     lines = drain(Channels::luaPrint());
     ASSERT_EQ(lines.size(), 1u);
@@ -219,18 +194,14 @@ TEST(LuaExt, PrintWritesOneLineToThePrintChannel)
 
 TEST_F(ScriptBridgeTest, OnlyTwinsHaveLuaObjectsAndTheyPrintClassAndName)
 {
-    EXPECT_NE(ScnNode::s_type.luaClassRef, 0);
-    EXPECT_NE(ScnGroup::s_type.luaClassRef, 0);
-    EXPECT_NE(ScnMatrix::s_type.luaClassRef, 0);
     EXPECT_EQ(m_design->getLuaRef(), 0);
     EXPECT_EQ(m_design->getChild(0)->getLuaRef(), 0);
     EXPECT_NE(wheel->getLuaRef(), 0);
 
-    EXPECT_EQ(eval(L, "OpenGL.scene.wheel"), "ScnGroup (wheel)");
-    EXPECT_EQ(eval(L, "OpenGL.scene.axle"), "ScnNode (axle)");
-    EXPECT_EQ(eval(L, "OpenGL.scene[\"\"]"), "ScnNode ()");  // a node without a name
-    EXPECT_EQ(describe(scene->getChild(2)), "ScnNode ()");
-    EXPECT_EQ(eval(L, "type(OpenGL)"), "userdata");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.wheel"), "ScnGroup (wheel)");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.axle"), "ScnNode (axle)");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene[\"\"]"), "ScnNode ()");  // a node without a name
+    EXPECT_EQ(luaEval(L, "type(OpenGL)"), "userdata");
     EXPECT_EQ(describe(nullptr), "nil");
     EXPECT_EQ(describe(m_design), "nil");  // design nodes are out of reach
 
@@ -241,89 +212,89 @@ TEST_F(ScriptBridgeTest, OnlyTwinsHaveLuaObjectsAndTheyPrintClassAndName)
     design.append(leaf("inside"));
     ScnNode* twin = design.instantiate();
     ScnLua::setGlobalNode(L, "frame", twin);
-    EXPECT_EQ(eval(L, "frame"), "ScnMatrix (frame)");
-    EXPECT_EQ(eval(L, "frame:getName() .. '/' .. frame:getChild(0):getName()"), "frame/inside");
+    EXPECT_EQ(luaEval(L, "frame"), "ScnMatrix (frame)");
+    EXPECT_EQ(luaEval(L, "frame:getName() .. '/' .. frame:getChild(0):getName()"), "frame/inside");
     ScnLua::clearGlobalNode(L, "frame");
     delete twin;
 }
 
 TEST_F(ScriptBridgeTest, ScriptsWalkTheTreeWithNodeMethods)
 {
-    EXPECT_EQ(eval(L, "OpenGL.scene.wheel:getName()"), "wheel");
-    EXPECT_EQ(eval(L, "OpenGL.scene[''].getName(OpenGL.scene[''])"), "");
-    EXPECT_EQ(eval(L, "rawequal(OpenGL.scene.wheel:parent(), OpenGL.scene)"), "true");
-    EXPECT_EQ(eval(L, "OpenGL:parent()"), "nil");
-    EXPECT_EQ(eval(L, "OpenGL.scene.wheel:next():getName()"), "axle");
-    EXPECT_EQ(eval(L, "OpenGL.scene.axle:prev():getName()"), "wheel");
-    EXPECT_EQ(eval(L, "OpenGL.scene.wheel:prev()"), "nil");
-    EXPECT_EQ(eval(L, "OpenGL.scene[''].next(OpenGL.scene[''])"), "nil");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.wheel:getName()"), "wheel");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene[''].getName(OpenGL.scene[''])"), "");
+    EXPECT_EQ(luaEval(L, "rawequal(OpenGL.scene.wheel:parent(), OpenGL.scene)"), "true");
+    EXPECT_EQ(luaEval(L, "OpenGL:parent()"), "nil");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.wheel:next():getName()"), "axle");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.axle:prev():getName()"), "wheel");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.wheel:prev()"), "nil");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene[''].next(OpenGL.scene[''])"), "nil");
 
-    EXPECT_EQ(eval(L, "rawequal(OpenGL.scene:getChild(0), OpenGL.scene.wheel)"), "true");
-    EXPECT_EQ(eval(L, "OpenGL.scene:getChild(1)"), "ScnNode (axle)");
-    EXPECT_EQ(eval(L, "OpenGL.scene:getChild(1.9)"), "ScnNode (axle)");  // truncated
-    EXPECT_EQ(eval(L, "OpenGL.scene:getChild(3)"), "nil");  // past the end
-    EXPECT_EQ(eval(L, "OpenGL.scene:getChild(-1)"), "nil");
-    EXPECT_EQ(eval(L, "OpenGL.scene:getChild(1e300)"), "nil");
-    EXPECT_EQ(eval(L, "OpenGL.scene:getChild('x')"), "nil");
-    EXPECT_EQ(eval(L, "OpenGL.scene:getChild()"), "nil");
-    EXPECT_EQ(eval(L, "OpenGL.empty:getChild(0)"), "nil");
+    EXPECT_EQ(luaEval(L, "rawequal(OpenGL.scene:getChild(0), OpenGL.scene.wheel)"), "true");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene:getChild(1)"), "ScnNode (axle)");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene:getChild(1.9)"), "ScnNode (axle)");  // truncated
+    EXPECT_EQ(luaEval(L, "OpenGL.scene:getChild(3)"), "nil");  // past the end
+    EXPECT_EQ(luaEval(L, "OpenGL.scene:getChild(-1)"), "nil");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene:getChild(1e300)"), "nil");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene:getChild('x')"), "nil");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene:getChild()"), "nil");
+    EXPECT_EQ(luaEval(L, "OpenGL.empty:getChild(0)"), "nil");
 
-    EXPECT_EQ(eval(L, "select('#', OpenGL.scene.axle:getAABBmin())"), "3");
-    EXPECT_EQ(eval(L, "OpenGL.scene.axle:getAABBmin() > 1e308"), "true");  // empty box
+    EXPECT_EQ(luaEval(L, "select('#', OpenGL.scene.axle:getAABBmin())"), "3");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.axle:getAABBmin() > 1e308"), "true");  // empty box
     ScnBox box;
     box.min[0] = -1, box.min[1] = -2, box.min[2] = -3;
     box.max[0] = 4, box.max[1] = 5, box.max[2] = 6;
     axle->setBounds(box);
-    EXPECT_EQ(eval(L, "table.concat({OpenGL.scene.axle:getAABBmin()}, ',')"), "-1,-2,-3");
-    EXPECT_EQ(eval(L, "table.concat({OpenGL.scene.axle:getAABBmax()}, ',')"), "4,5,6");
+    EXPECT_EQ(luaEval(L, "table.concat({OpenGL.scene.axle:getAABBmin()}, ',')"), "-1,-2,-3");
+    EXPECT_EQ(luaEval(L, "table.concat({OpenGL.scene.axle:getAABBmax()}, ',')"), "4,5,6");
 
-    EXPECT_EQ(run(L, "OpenGL.scene.wheel:setEnabled(false)"), "");
+    EXPECT_EQ(luaRun(L, "OpenGL.scene.wheel:setEnabled(false)"), "");
     EXPECT_FALSE(wheel->enabled());
-    EXPECT_EQ(run(L, "OpenGL.scene.wheel:setEnabled(true)"), "");
+    EXPECT_EQ(luaRun(L, "OpenGL.scene.wheel:setEnabled(true)"), "");
     EXPECT_TRUE(wheel->enabled());
 
     // The userdata survive a full collection: the nodes anchor them.
-    EXPECT_EQ(run(L, "collectgarbage('collect')"), "");
-    EXPECT_EQ(eval(L, "OpenGL.scene.wheel.hub:getName()"), "hub");
+    EXPECT_EQ(luaRun(L, "collectgarbage('collect')"), "");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.wheel.hub:getName()"), "hub");
 }
 
 TEST_F(ScriptBridgeTest, AGroupMethodRefusesANodeThatIsNoGroup)
 {
-    std::string msg = run(L, "OpenGL.scene.getChild(OpenGL.scene.axle, 0)");
+    std::string msg = luaRun(L, "OpenGL.scene.getChild(OpenGL.scene.axle, 0)");
     EXPECT_NE(msg.find("bad argument #1 to 'getChild' (ScnGroup expected, got userdata)"), std::string::npos) << msg;
-    msg = run(L, "local f = OpenGL.getChild f(OpenGL.scene.wheel.hub, 0)");
+    msg = luaRun(L, "local f = OpenGL.getChild f(OpenGL.scene.wheel.hub, 0)");
     EXPECT_NE(msg.find("ScnGroup expected"), std::string::npos) << msg;
     // Values that are no node at all, or another library's userdata.
-    msg = run(L, "OpenGL.getName({})");
+    msg = luaRun(L, "OpenGL.getName({})");
     EXPECT_NE(msg.find("ScnNode expected, got table"), std::string::npos) << msg;
-    msg = run(L, "OpenGL.getName(io.stdout)");
+    msg = luaRun(L, "OpenGL.getName(io.stdout)");
     EXPECT_NE(msg.find("ScnNode expected, got userdata"), std::string::npos) << msg;
     // A node's own class has no group methods to call.
-    msg = run(L, "OpenGL.scene.axle:getChild(0)");
+    msg = luaRun(L, "OpenGL.scene.axle:getChild(0)");
     EXPECT_NE(msg.find("attempt to call method 'getChild'"), std::string::npos) << msg;
 }
 
 TEST_F(ScriptBridgeTest, NamesFollowCreateRenameAndDestroy)
 {
-    EXPECT_EQ(eval(L, "OpenGL.scene.wheel.spoke:getName()"), "spoke");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.wheel.spoke:getName()"), "spoke");
 
     wheel->setName("rim");
-    EXPECT_EQ(eval(L, "OpenGL.scene.wheel"), "nil");
-    EXPECT_EQ(eval(L, "OpenGL.scene.rim"), "ScnGroup (rim)");
-    EXPECT_EQ(eval(L, "OpenGL.scene:getChild(0):getName()"), "rim");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.wheel"), "nil");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.rim"), "ScnGroup (rim)");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene:getChild(0):getName()"), "rim");
 
     // A name that equals a method's hides the method on that parent; another
     // name brings the method back.
     axle->setName("getName");
-    EXPECT_EQ(eval(L, "OpenGL.scene.getName"), "ScnNode (getName)");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.getName"), "ScnNode (getName)");
     axle->setName("axle");
-    EXPECT_EQ(eval(L, "OpenGL.scene:getName()"), "scene");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene:getName()"), "scene");
 
     ScnActionDestroy destroy;
     destroy.apply(wheel);
-    EXPECT_EQ(eval(L, "OpenGL.scene.rim"), "nil");
-    EXPECT_EQ(eval(L, "OpenGL.scene:getChild(0).hub"), "nil");
-    EXPECT_EQ(eval(L, "OpenGL.scene.axle"), "ScnNode (axle)");  // the siblings are untouched
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.rim"), "nil");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene:getChild(0).hub"), "nil");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.axle"), "ScnNode (axle)");  // the siblings are untouched
 
     // A rename takes the name whatever its siblings are called; unbinding
     // a shadowed sibling leaves the holder in place.
@@ -331,22 +302,22 @@ TEST_F(ScriptBridgeTest, NamesFollowCreateRenameAndDestroy)
     ScnNode* second = scene->getChild(1);
     first->setName("twin");
     second->setName("twin");
-    EXPECT_EQ(eval(L, "rawequal(OpenGL.scene.twin, OpenGL.scene:getChild(1))"), "true");
+    EXPECT_EQ(luaEval(L, "rawequal(OpenGL.scene.twin, OpenGL.scene:getChild(1))"), "true");
     g_scnScriptHooks.unbindName(scene, first);
-    EXPECT_EQ(eval(L, "rawequal(OpenGL.scene.twin, OpenGL.scene:getChild(1))"), "true");
+    EXPECT_EQ(luaEval(L, "rawequal(OpenGL.scene.twin, OpenGL.scene:getChild(1))"), "true");
     g_scnScriptHooks.unbindName(scene, second);
-    EXPECT_EQ(eval(L, "OpenGL.scene.twin"), "nil");
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.twin"), "nil");
     // Binding the later sibling first, then the earlier: the first in the list wins.
     g_scnScriptHooks.bindName(scene, second, false);
     g_scnScriptHooks.bindName(scene, first, false);
-    EXPECT_EQ(eval(L, "rawequal(OpenGL.scene.twin, OpenGL.scene:getChild(0))"), "true");
+    EXPECT_EQ(luaEval(L, "rawequal(OpenGL.scene.twin, OpenGL.scene:getChild(0))"), "true");
     g_scnScriptHooks.bindName(scene, second, false);
-    EXPECT_EQ(eval(L, "rawequal(OpenGL.scene.twin, OpenGL.scene:getChild(0))"), "true");
+    EXPECT_EQ(luaEval(L, "rawequal(OpenGL.scene.twin, OpenGL.scene:getChild(0))"), "true");
 }
 
 TEST_F(ScriptBridgeTest, AReleasedNodesUserdataFailsInsteadOfReachingFreedMemory)
 {
-    ASSERT_EQ(run(L, "keptWheel = OpenGL.scene.wheel keptHub = keptWheel.hub keptAxle = OpenGL.scene.axle"), "");
+    ASSERT_EQ(luaRun(L, "keptWheel = OpenGL.scene.wheel keptHub = keptWheel.hub keptAxle = OpenGL.scene.axle"), "");
     const int wheelRef = wheel->getLuaRef();
 
     // The group's entry lies in the ScnGroup class table; ~ScnNode only sees
@@ -363,15 +334,15 @@ TEST_F(ScriptBridgeTest, AReleasedNodesUserdataFailsInsteadOfReachingFreedMemory
     delete axle;
 
     for (const char* kept : {"keptWheel", "keptHub", "keptAxle"}) {
-        std::string msg = run(L, std::string(kept) + ":getName()");
+        std::string msg = luaRun(L, std::string(kept) + ":getName()");
         EXPECT_NE(msg.find("calling 'getName' on bad self (ScnNode expected"), std::string::npos) << msg;
-        EXPECT_EQ(eval(L, std::string(kept) + ".parent(" + kept + ")").rfind("ERROR: ", 0), 0u);
+        EXPECT_EQ(luaEval(L, std::string(kept) + ".parent(" + kept + ")").rfind("ERROR: ", 0), 0u);
     }
-    EXPECT_EQ(eval(L, "keptWheel"), "ScnGroup ()");
-    EXPECT_EQ(eval(L, "keptAxle"), "ScnNode ()");
+    EXPECT_EQ(luaEval(L, "keptWheel"), "ScnGroup ()");
+    EXPECT_EQ(luaEval(L, "keptAxle"), "ScnNode ()");
     // Values set on the dead node's table stay plain Lua data.
-    EXPECT_EQ(run(L, "keptAxle.note = 'still here'"), "");
-    EXPECT_EQ(eval(L, "keptAxle.note"), "still here");
+    EXPECT_EQ(luaRun(L, "keptAxle.note = 'still here'"), "");
+    EXPECT_EQ(luaEval(L, "keptAxle.note"), "still here");
 
     lua_rawgeti(L, LUA_REGISTRYINDEX, ScnGroup::s_type.luaClassRef);
     lua_rawgeti(L, -1, wheelRef);
@@ -390,9 +361,9 @@ TEST_F(ScriptBridgeTest, AReleasedNodesUserdataFailsInsteadOfReachingFreedMemory
     EXPECT_EQ(describe(scene), "ScnGroup (scene)");
     EXPECT_EQ(describe(scene->getChild(0)), "ScnNode ()");
     EXPECT_EQ(describe(m_twin->findChild("empty")), "ScnGroup (empty)");
-    EXPECT_EQ(eval(L, "keptWheel"), "ScnGroup ()");
+    EXPECT_EQ(luaEval(L, "keptWheel"), "ScnGroup ()");
     for (ScnNode* n : fresh) delete n;
-    EXPECT_EQ(run(L, "keptWheel, keptHub, keptAxle = nil"), "");
+    EXPECT_EQ(luaRun(L, "keptWheel, keptHub, keptAxle = nil"), "");
 }
 
 // -- environments and compiled code -------------------------------------------------
@@ -433,15 +404,15 @@ TEST_F(ScriptBridgeTest, EnvironmentsKeepGlobalsApartButShareNodes)
     EXPECT_EQ(field(e2, "seenX"), "42");        // the node's table is shared
     EXPECT_EQ(field(e2, "gotGlobal"), "app");   // reads fall through to the globals
     EXPECT_EQ(field(e2, "missing"), "nil");
-    EXPECT_EQ(eval(L, "foo"), "nil");           // writes stayed in the environment
-    EXPECT_EQ(eval(L, "OpenGL.scene.wheel.x"), "42");
+    EXPECT_EQ(luaEval(L, "foo"), "nil");           // writes stayed in the environment
+    EXPECT_EQ(luaEval(L, "OpenGL.scene.wheel.x"), "42");
 
     ScnScript::releaseEnvironment(L, e1);
     ScnScript::releaseEnvironment(L, e2);
     ScnScript::pushEnvironment(L, e1);
     EXPECT_FALSE(lua_istable(L, -1));
     lua_pop(L, 1);
-    EXPECT_EQ(run(L, "sharedValue = nil"), "");
+    EXPECT_EQ(luaRun(L, "sharedValue = nil"), "");
 }
 
 TEST_F(ScriptBridgeTest, EventFunctionsCompileIntoTheFunctionTableAndRunInTheEnvironment)
@@ -490,7 +461,7 @@ TEST_F(ScriptBridgeTest, EventFunctionsCompileIntoTheFunctionTableAndRunInTheEnv
     lua_getfield(L, -2, "last");
     EXPECT_STREQ(lua_tostring(L, -1), "wheel");
     lua_pop(L, 3);
-    EXPECT_EQ(eval(L, "count"), "nil");
+    EXPECT_EQ(luaEval(L, "count"), "nil");
 
     // A run-time failure stops the function until it is compiled again.
     EXPECT_FALSE(ScnScript::runFunction(L, functions, 3, table, &msg));
@@ -555,26 +526,18 @@ TEST(ScriptErrors, ParserReadsChunkAndLineOfRealMessages)
         return msg;
     };
 
-    ScnScript::ErrorPosition p = ScnScript::parseError(messageOf("local a = 1\nlocal b = = 2", "OnDeposit").c_str());
-    EXPECT_EQ(p.chunk, "OnDeposit");
-    EXPECT_EQ(p.line, 2);
-
-    p = ScnScript::parseError(messageOf("\n\n\n\n\n\n\n\n\n\nerror('say \"hi\"')", "processor-global").c_str());
-    EXPECT_EQ(p.chunk, "processor-global");  // quotes in the text come later
-    EXPECT_EQ(p.line, 11);
-
-    p = ScnScript::parseError(messageOf("error('plain', 0)", "OnTime").c_str());
-    EXPECT_EQ(p.chunk, "");
-    EXPECT_EQ(p.line, 0);
-
-    p = ScnScript::parseError("only \"one quote");
-    EXPECT_EQ(p.chunk, "");
-    EXPECT_EQ(p.line, 0);
-    p = ScnScript::parseError("[string \"cut\"]");  // nothing after the quote
-    EXPECT_EQ(p.chunk, "cut");
-    EXPECT_EQ(p.line, 0);
-    p = ScnScript::parseError(nullptr);
-    EXPECT_EQ(p.line, 0);
+    auto expectAt = [](const char* msg, const char* chunk, int line) {
+        ScnScript::ErrorPosition p = ScnScript::parseError(msg);
+        EXPECT_EQ(p.chunk, chunk) << (msg ? msg : "null");
+        EXPECT_EQ(p.line, line) << (msg ? msg : "null");
+    };
+    expectAt(messageOf("local a = 1\nlocal b = = 2", "OnDeposit").c_str(), "OnDeposit", 2);
+    // Quotes in the text come later.
+    expectAt(messageOf("\n\n\n\n\n\n\n\n\n\nerror('say \"hi\"')", "processor-global").c_str(), "processor-global", 11);
+    expectAt(messageOf("error('plain', 0)", "OnTime").c_str(), "", 0);
+    expectAt("only \"one quote", "", 0);
+    expectAt("[string \"cut\"]", "cut", 0);  // nothing after the quote
+    expectAt(nullptr, "", 0);
 }
 
 TEST(ScriptErrors, ReportsPointAtTheNodeAndFunctionThatFailed)

@@ -1,8 +1,7 @@
 // Geometry buffers: vertices a kernel wrote, drawn by the scene walk, land on
 // the pixel the camera's matrices give; attributes reach the shader by name;
 // index buffers draw with the primitive of the node; sizes come from
-// expressions; the random fill and the PLY fill give the values they should;
-// files with these nodes read back byte for byte.
+// expressions; the random fill and the PLY fill give the values they should.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -518,36 +517,4 @@ TEST_F(Buffers, PlyFilesFillVerticesAndIndices)
     for (const LogRecord& rec : Channels::drainMerged())
         reported |= std::string(rec.text).find("absent.ply") != std::string::npos;
     EXPECT_TRUE(reported) << "the missing file is named";
-}
-
-TEST(BufferFiles, ApplicationsWithBufferNodesReadBackByteForByte)
-{
-    TempDir ws("velmora-buffer-files");
-    auto app = std::make_unique<RtnApplication>();
-    auto* array = new ScnBufferArray;
-    array->primitive.value = 3;
-    ScnBufferAttrib* a = attrib("gs_Vertex", "N * 2", 2, GL_SHORT);
-    a->path = "model.ply";
-    a->source = plyColumns("vertex", {"x", "y"}, 2);
-    array->append(a);
-    auto* element = new ScnBufferElement;
-    element->dim = "12";
-    element->data = "model.ply";
-    element->indecies.values = {3, 1, 4, 1, 5};
-    element->append(attrib("gs_Color", "12"));
-    app->openGL.node.append(array);
-    app->openGL.node.append(element);
-    std::string error;
-    const std::string file = ws.path() + "/buffers.3Dm";
-    ASSERT_TRUE(writeApp(*app, file, error)) << error;
-    std::unique_ptr<RtnApplication> read(RtnApplication::readFile(file, error));
-    ASSERT_TRUE(read) << error;
-    EXPECT_EQ(read->toBytes(), app->toBytes());
-    auto* readElement = dynamic_cast<ScnBufferElement*>(read->openGL.node.getChild(1));
-    ASSERT_NE(readElement, nullptr);
-    EXPECT_EQ(readElement->indecies.values, (std::vector<uint32_t>{3, 1, 4, 1, 5}));
-    auto* readAttrib = dynamic_cast<ScnBufferAttrib*>(read->openGL.node.getChild(0)->getChild(0));
-    ASSERT_NE(readAttrib, nullptr);
-    EXPECT_EQ(readAttrib->dim0.value, "N * 2");
-    EXPECT_STREQ(readAttrib->source.value.property[1], "y");
 }

@@ -2,7 +2,7 @@
 // picture a test wrote, upright and on the units the shader names; every
 // kind of source fills the texture with the file's size and values; missing
 // and damaged files are reported and leave the node usable; the script
-// methods; the nodes read and write byte for byte.
+// methods.
 #include <stb/stb_image_write.h>
 
 #include <cstdlib>
@@ -401,43 +401,6 @@ TEST_F(Textures, ChangingOnlyTheSourceKindWaitsForTheNextRebuild)
     EXPECT_EQ(bytes[1], 0);
     EXPECT_EQ(drain(), Lines{});
 }
-
-TEST_F(Textures, TextureNodesReadAndWriteByteForByte)
-{
-    RtnApplication app;
-    ScnTexture2D* t = texture2D("picture", "data/pic.png", 2, "w * 2", "64", 5);
-    t->stack = false;
-    t->pbo = true;
-    t->flags = ScnTextureFlags{{5, 0xA1, 0xB2, 0xC3}};
-    t->format = ScnImageFormat{CL_BGRA, CL_UNORM_INT8};
-    auto* v = new ScnTexture3D;
-    v->setName("volume");
-    v->file = "data/cube.vol";
-    v->source = 3;
-    v->dimZ = "3";
-    v->flags = ScnTextureFlags{{2, 7, 8, 9}};
-    app.openGL.node.append(t);
-    app.openGL.node.append(v);
-    std::string error;
-    ASSERT_TRUE(writeApp(app, m_ws / "t.3Dm", error)) << error;
-    std::unique_ptr<RtnApplication> read(RtnApplication::readFile(m_ws / "t.3Dm", error));
-    ASSERT_TRUE(read) << error;
-    const std::string file = sources::readBytes(m_ws / "t.3Dm");
-    EXPECT_EQ(read->toBytes(), std::vector<unsigned char>(file.begin(), file.end()));
-    auto* rt = dynamic_cast<ScnTexture2D*>(read->openGL.node.findChild("picture"));
-    auto* rv = dynamic_cast<ScnTexture3D*>(read->openGL.node.findChild("volume"));
-    ASSERT_TRUE(rt && rv);
-    EXPECT_EQ(rt->dim0.value, "w * 2");
-    EXPECT_FALSE(rt->stack.value);
-    EXPECT_TRUE(rt->pbo.value);
-    EXPECT_EQ(rt->source.value, 2);
-    EXPECT_EQ(rt->flags.value.w[3], 0xC3u);
-    EXPECT_EQ(rt->format.value.order, static_cast<uint32_t>(CL_BGRA));
-    EXPECT_EQ(rv->flags.value.w[1], 7u);
-    EXPECT_EQ(rv->dimZ.value, "3");
-    EXPECT_EQ(rv->source.value, 3);
-}
-
 // The widget kit's loader: its good files are the icon atlas of the widget
 // tests; a missing one is named and leaves a texture of the default size.
 TEST_F(Textures, TheWidgetKitsLoaderNamesAMissingPictureAndGivesTheDefaultSize)

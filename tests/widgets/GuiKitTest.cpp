@@ -548,35 +548,32 @@ std::array<float, 4> viewportOf(ScnNode* node)
     return v;
 }
 
+ScnShader* viewportShader(const char* name)
+{
+    auto* s = new ScnShader();
+    s->name = name;
+    s->vertex = kViewportVertex;
+    s->fragment = kViewportFragment;
+    return s;
+}
+
 }  // namespace
 
 TEST_F(Kit, TheApplicationsUpdateBoxesWidgetsAndTellsShadersTheirPicture)
 {
     open([](RtnApplication& app) {
         GuiRoot& root = app.gui.node;
-        auto* shader = new ScnShader();
-        shader->name = "rootShader";
-        shader->vertex = kViewportVertex;
-        shader->fragment = kViewportFragment;
-        root.append(shader);
+        root.append(viewportShader("rootShader"));
         auto* panel = new GuiComponent<ScnGroup>("panel", 0, 0, true);
         panel->position = ScnVec3{40, 50, 0};
         panel->size = ScnVec3{200, 120, 0};
-        auto* inner = new ScnShader();
-        inner->name = "panelShader";
-        inner->vertex = kViewportVertex;
-        inner->fragment = kViewportFragment;
-        panel->append(inner);
+        panel->append(viewportShader("panelShader"));
         root.append(panel);
         // A picture smaller than the view, and a shader in the world: the
         // root is not its target.
         root.dim0 = 320;
         root.dim1 = 200;
-        auto* world = new ScnShader();
-        world->name = "worldShader";
-        world->vertex = kViewportVertex;
-        world->fragment = kViewportFragment;
-        app.openGL.node.append(world);
+        app.openGL.node.append(viewportShader("worldShader"));
     });
     // Straight after the build the update walk has boxed every widget from
     // its fields, one pixel short of x + width and y + height.

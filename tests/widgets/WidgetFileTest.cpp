@@ -78,7 +78,6 @@ struct ClassLayout {
     const char* nodeName;
     double width, height;
     std::vector<FieldLayout> fields;  // after position and size
-    bool selectable = true;
     bool closeButton = false;
 };
 
@@ -88,14 +87,14 @@ constexpr int c = 19;  // the cell size before any root sets one
 const std::vector<ClassLayout>& classes()
 {
     static const std::vector<ClassLayout> all = {
-        {"GuiWindow", true, "window", 220, 220, {{Kind::U32, "style", "", 65535}, {Kind::Text, "label", "window"}}, true, true},
+        {"GuiWindow", true, "window", 220, 220, {{Kind::U32, "style", "", 65535}, {Kind::Text, "label", "window"}}, true},
         {"GuiCanvas",
          true,
          "canvas2",
          200,
          200,
          {{Kind::Script, "dim0", "256"}, {Kind::Script, "dim1", "256"}, {Kind::Format, "format"}, {Kind::Flags, "flags"}}},
-        {"GuiToolBarButton", false, "button", 20, c + 4, {{Kind::U16, "icon", "", 0}}, false},
+        {"GuiToolBarButton", false, "button", 20, c + 4, {{Kind::U16, "icon", "", 0}}},
         {"GuiButton", false, "button", 4 * c + 4, c + 4, {{Kind::Text, "Text"}, {Kind::Text, "Image"}}},
         {"GuiSlider", false, "slider", c + 4, 120, {{Kind::F32, "value", "", 0}, {Kind::U32, "style", "", 528}}},
     };

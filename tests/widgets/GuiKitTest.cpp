@@ -174,40 +174,31 @@ void expectNear(const Pixel& got, const std::array<int, 3>& want, const char* wh
 
 }  // namespace
 
-TEST_F(Kit, WidgetsLandAtTheirPlacesInPaletteColoursWithTheRootsOpacity)
-{
-    open([](RtnApplication& app) { app.gui.node.window = ScnColor{1, 0.5f, 0, 1}; });
-    m_doc.toggleSimulation();
-    tick();
-    const Pixel bg = pixelAt(5, 5);
-    // The label's fill is WINDOW with transparency 0.9 as alpha, over what
-    // the world left there. Its corners are inside, one pixel beyond is not.
-    for (auto [x, y] : {std::pair{20, 30}, {119, 69}, {25, 35}}) {
-        expectNear(pixelAt(x, y), over(1, 0.5f, 0, 0.9f, bg), "label fill");
-    }
-    for (auto [x, y] : {std::pair{19, 30}, {20, 29}, {120, 50}, {60, 70}})
-        expectNear(pixelAt(x, y), {bg[0], bg[1], bg[2]}, "outside the label");
-
-    // The button: 3DFACE inside a raised bevel; the bevel's left edge is
-    // 3DHIGHLIGHT, its bottom edge 3DDKSHADOW.
-    const float face = 0.941176f, dark = 0.411765f;
-    expectNear(pixelAt(155, 125), over(face, face, face, 0.9f, bg), "face");
-    expectNear(pixelAt(150, 115), over(1, 1, 1, 0.9f, bg), "bevel left");
-    expectNear(pixelAt(180, 100), over(dark, dark, dark, 0.9f, bg),
-               "bevel bottom");
-    expectNear(pixelAt(149, 115), {bg[0], bg[1], bg[2]}, "left of the button");
-}
-
-TEST_F(Kit, TransparencyAndCellSizeComeFromTheRoot)
+TEST_F(Kit, WidgetsLandAtTheirPlacesInPaletteColoursWithTheRootsOpacityAndCellSize)
 {
     open([](RtnApplication& app) {
+        app.gui.node.window = ScnColor{1, 0.5f, 0, 1};
         app.gui.node.transparency = 0.5f;
         app.gui.node.cellSize = 24;
     });
     m_doc.toggleSimulation();
     tick();
     const Pixel bg = pixelAt(5, 5);
-    expectNear(pixelAt(25, 35), over(1, 1, 1, 0.5f, bg), "half opaque");
+    // The label's fill is WINDOW with the transparency as alpha, over what
+    // the world left there. Its corners are inside, one pixel beyond is not.
+    for (auto [x, y] : {std::pair{20, 30}, {119, 69}, {25, 35}})
+        expectNear(pixelAt(x, y), over(1, 0.5f, 0, 0.5f, bg), "label fill");
+    for (auto [x, y] : {std::pair{19, 30}, {20, 29}, {120, 50}, {60, 70}})
+        expectNear(pixelAt(x, y), {bg[0], bg[1], bg[2]}, "outside the label");
+
+    // The button: 3DFACE inside a raised bevel; the bevel's left edge is
+    // 3DHIGHLIGHT, its bottom edge 3DDKSHADOW.
+    const float face = 0.941176f, dark = 0.411765f;
+    expectNear(pixelAt(155, 125), over(face, face, face, 0.5f, bg), "face");
+    expectNear(pixelAt(150, 115), over(1, 1, 1, 0.5f, bg), "bevel left");
+    expectNear(pixelAt(180, 100), over(dark, dark, dark, 0.5f, bg), "bevel bottom");
+    expectNear(pixelAt(149, 115), {bg[0], bg[1], bg[2]}, "left of the button");
+
     EXPECT_EQ(GuiDraw::cellSize(), 24);
     // TEXT keeps its own alpha, the other colours take the opacity.
     EXPECT_FLOAT_EQ(GuiDraw::palette(GuiDraw::Text)[3], 1.0f);

@@ -1,13 +1,7 @@
 // Geometry buffers: vertices a kernel wrote, drawn by the scene walk, land on
 // the pixel the camera's matrices give; attributes reach the shader by name;
 // index buffers draw with the primitive of the node; sizes come from
-// expressions; the random fill and the PLY fill give the values they should;
-// files with these nodes read back byte for byte.
-#include <gtest/gtest.h>
-
-#include <GL/glew.h>
-#include <lua.hpp>
-
+// expressions; the random fill and the PLY fill give the values they should.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -28,45 +22,23 @@
 #include "render/ScnBuffers.h"
 #include "render/ScnCamera.h"
 #include "render/ScnWorld.h"
-#include "runtime/AppGlobal.h"
-#include "runtime/RtnApplication.h"
-#include "support/TempDir.h"
+#include "runtime/ScnLua.h"
 #include "RenderSupport.h"
 
 namespace {
 
-const char* const kPointVertex =
-    "#version 330\n"
-    "in vec4 gs_Vertex;\n"
-    "uniform mat4 gs_ModelViewProjectionMatrix;\n"
-    "void main()\n"
-    "{\n"
-    "    gl_Position = gs_ModelViewProjectionMatrix * gs_Vertex;\n"
-    "}\n";
-
 // The colour comes from an attribute whose location (0) is not that of the
 // node order, where gs_Vertex comes first.
 const char* const kColourVertex =
-    "#version 330\n"
-    "layout(location = 0) in vec4 gs_Color;\n"
-    "layout(location = 1) in vec4 gs_Vertex;\n"
-    "uniform mat4 gs_ModelViewProjectionMatrix;\n"
-    "out vec4 colour;\n"
-    "void main()\n"
-    "{\n"
-    "    colour = gs_Color;\n"
-    "    gl_Position = gs_ModelViewProjectionMatrix * gs_Vertex;\n"
-    "}\n";
-const char* const kColourFragment =
-    "#version 330\nin vec4 colour;\nout vec4 outColor;\nvoid main()\n{\n    outColor = colour;\n}\n";
+    "#version 330\nlayout(location = 0) in vec4 gs_Color;\nlayout(location = 1) in vec4 gs_Vertex;\n"
+    "uniform mat4 gs_ModelViewProjectionMatrix;\nout vec4 colour;\n"
+    "void main() { colour = gs_Color; gl_Position = gs_ModelViewProjectionMatrix * gs_Vertex; }\n";
+const char* const kColourFragment = "#version 330\nin vec4 colour;\nout vec4 outColor;\nvoid main() { outColor = colour; }\n";
 
-const char* const kMoveKernel = R"(
-__kernel void place(__global float4* p)
-{
-    int i = get_global_id(0);
-    p[i] = (float4)(-0.6f + 0.4f * i, 0.3f - 0.2f * i, -1.0f - 0.5f * i, 1.0f);
-}
-)";
+const char* const kMoveKernel =
+    "__kernel void place(__global float4* p) {\n"
+    "  int i = get_global_id(0);\n"
+    "  p[i] = (float4)(-0.6f + 0.4f * i, 0.3f - 0.2f * i, -1.0f - 0.5f * i, 1.0f);\n}\n";
 
 std::string runLua(const std::string& code)
 {
@@ -83,6 +55,18 @@ void setGlobal(const char* name, oclObject* object)
     if (object) OclLua::push(L, object);
     else lua_pushnil(L);
     lua_setglobal(L, name);
+}
+
+// Where a node reads its values in a PLY file.
+ScnPlyLoadInfo plyColumns(const char* element, std::initializer_list<const char*> properties, int stride)
+{
+    ScnPlyLoadInfo info;
+    info.stride = stride;
+    std::strcpy(info.element, element);
+    int i = 0;
+    for (const char* p : properties) std::strcpy(info.property[i++], p);
+    info.count = i;
+    return info;
 }
 
 ScnBufferAttrib* attrib(const char* name, const char* dim0, int components = 4, int type = GL_FLOAT)
@@ -264,7 +248,7 @@ TEST_F(Buffers, VerticesAKernelWroteAreDrawnOnThePixelsTheCameraGives)
 {
     ASSERT_NE(m_cl, nullptr) << "no OpenCL platform on this machine";
     m_root.append(colourShader("points", 0, 1, 0));
-    static_cast<ScnShader*>(m_root.getChild(0))->vertex = kPointVertex;
+    static_cast<ScnShader*>(m_root.getChild(0))->vertex = kMvpVertex;
     auto* array = new ScnBufferArray;
     ScnBufferAttrib* vertices = attrib("gs_Vertex", "4");
     array->append(vertices);
@@ -330,7 +314,7 @@ TEST_F(Buffers, AttributesReachTheShaderByTheirNodeNames)
 TEST_F(Buffers, IndexBuffersDrawWithTheNodesPrimitive)
 {
     m_root.append(colourShader("flat", 1, 1, 0));
-    static_cast<ScnShader*>(m_root.getChild(0))->vertex = kPointVertex;
+    static_cast<ScnShader*>(m_root.getChild(0))->vertex = kMvpVertex;
     auto* element = new ScnBufferElement;
     element->dim = "6";
     ScnBufferAttrib* corners = attrib("gs_Vertex", "4");
@@ -355,18 +339,6 @@ TEST_F(Buffers, IndexBuffersDrawWithTheNodesPrimitive)
     f = render();
     EXPECT_FALSE(f.litNear(centre, 255, 255, 0)) << "lines leave the middle";
     EXPECT_TRUE(f.litNear(edge, 255, 255, 0)) << "and draw the border";
-
-    // The tables the fields name, and the names of codes outside them.
-    int count = 0;
-    const char* const* names = element->primitive.getNames(count);
-    ASSERT_EQ(count, 7);
-    EXPECT_STREQ(names[0], "GL_POINTS");
-    EXPECT_STREQ(names[6], "GL_TRIANGLE_FAN");
-    EXPECT_STREQ(ScnBufferArray::glName(5), "GL_TRIANGLE_STRIP");
-    EXPECT_STREQ(ScnBufferArray::glName(5126), "GL_FLOAT");
-    EXPECT_STREQ(ScnBufferArray::glName(5131), "GL_HALF_FLOAT");
-    EXPECT_STREQ(ScnBufferArray::glName(7), "Unknown GL Primitive");
-    EXPECT_STREQ(ScnBufferArray::glName(5127), "Unknown GL Primitive");
 }
 
 TEST_F(Buffers, SizesComeFromExpressionsAndTheRandomFillKeepsItsRanges)
@@ -447,79 +419,40 @@ TEST_F(Buffers, ScriptsGetTheBufferItsSizeAndResizeIt)
     array->append(positions);
     m_root.append(array);
     m_root.append(element);
-    {
-        lua_State* L = AppGlobal::luaState();
-        EXPECT_EQ(positions->luaGetBuffer(L), 1);
-        EXPECT_TRUE(lua_isnil(L, -1)) << "nil before create";
-        lua_pop(L, 1);
-    }
-    create();
     lua_State* L = AppGlobal::luaState();
-    ASSERT_EQ(positions->luaGetBuffer(L), 1);
-    lua_setglobal(L, "v");
-    ASSERT_EQ(runLua("assert(mem.dim(v, 0) == 6, 'elements ' .. mem.dim(v, 0))"), "");
-
-    lua_pushnumber(L, 0);
-    ASSERT_EQ(positions->luaDim(L), 1);
-    EXPECT_EQ(lua_tonumber(L, -1), 6);
-    lua_settop(L, 0);
-    lua_pushnumber(L, 11);
-    ASSERT_EQ(positions->luaSetSize(L), 0);
-    lua_settop(L, 0);
+    ASSERT_TRUE(ScnLua::createLuaObject(L, positions) && ScnLua::createLuaObject(L, element));
+    ASSERT_TRUE(ScnLua::setGlobalNode(L, "a", positions) && ScnLua::setGlobalNode(L, "e", element));
+    EXPECT_EQ(eval(L, "return tostring(a:getBuffer())"), "nil") << "nil before create";
+    create();
+    EXPECT_EQ(eval(L, "v = a:getBuffer() return mem.dim(v, 0) .. ' ' .. a:dim(0)"), "6 6");
+    EXPECT_EQ(eval(L, "a:setSize(11) return e:dim(0) .. ' ' .. e:glId()"),
+              "9 " + std::to_string(element->buffer()->glId));
     EXPECT_EQ(positions->dim0.number, 11);
     EXPECT_EQ(positions->buffer()->dim(0), 11u * 16u);
-    lua_pushnumber(L, 0);
-    ASSERT_EQ(element->luaDim(L), 1);
-    EXPECT_EQ(lua_tonumber(L, -1), 9);
-    lua_settop(L, 0);
-    ASSERT_EQ(element->luaGlId(L), 1);
-    EXPECT_EQ(lua_tonumber(L, -1), element->buffer()->glId);
-    lua_settop(L, 0);
-
     // The argument errors, raised as Lua errors inside a protected call.
-    struct Case {
-        int (ScnBufferAttrib::*method)(lua_State*);
-        const char* arg;
-        const char* message;
-    };
-    const Case cases[] = {{&ScnBufferAttrib::luaDim, "1", "0 expected"},
-                          {&ScnBufferAttrib::luaDim, "'x'", "number expected"},
-                          {&ScnBufferAttrib::luaSetSize, "'x'", "(number)"}};
-    for (const Case& c : cases) {
-        static const Case* s_case;
-        static ScnBufferAttrib* s_node;
-        s_case = &c;
-        s_node = positions;
-        lua_pushcfunction(L, [](lua_State* l) { return (s_node->*(s_case->method))(l); });
-        ASSERT_EQ(luaL_loadstring(L, (std::string("return ") + c.arg).c_str()), 0);
-        lua_call(L, 0, 1);
-        ASSERT_NE(lua_pcall(L, 1, 1, 0), 0) << c.arg;
-        EXPECT_NE(std::string(lua_tostring(L, -1)).find(c.message), std::string::npos) << lua_tostring(L, -1);
-        lua_settop(L, 0);
-    }
+    EXPECT_NE(eval(L, "a:dim(1)").find("0 expected"), std::string::npos);
+    EXPECT_NE(eval(L, "a:dim('x')").find("number expected"), std::string::npos);
+    EXPECT_NE(eval(L, "a:setSize('x')").find("(number)"), std::string::npos);
     EXPECT_EQ(positions->dim0.number, 11) << "a refused size changes nothing";
-    ASSERT_EQ(runLua("v = nil"), "");
+    eval(L, "v = nil");
+    ScnLua::clearGlobalNode(L, "a");
+    ScnLua::clearGlobalNode(L, "e");
 
     // An edit of one of the node's own fields makes the buffer again; the
     // primitive is only read at the draw, so its edit keeps the indices.
+    auto update = [&](auto* field) {
+        ScnActionUpdate u(false, field);
+        u.apply(&m_root);
+    };
     positions->dim0 = "5";
-    {
-        ScnActionUpdate update(false, &positions->dim0);
-        update.apply(&m_root);
-    }
+    update(&positions->dim0);
     EXPECT_EQ(positions->buffer()->dim(0), 5u * 16u);
     fill<uint32_t>(element->buffer(), std::vector<uint32_t>(9, 7));
     element->primitive.value = 1;
-    {
-        ScnActionUpdate update(false, &element->primitive);
-        update.apply(&m_root);
-    }
+    update(&element->primitive);
     EXPECT_EQ(contents<uint32_t>(element->buffer()), std::vector<uint32_t>(9, 7));
     element->dim = "3";
-    {
-        ScnActionUpdate update(false, &element->dim);
-        update.apply(&m_root);
-    }
+    update(&element->dim);
     EXPECT_EQ(contents<uint32_t>(element->buffer()), std::vector<uint32_t>(3, 0));
 }
 
@@ -543,33 +476,16 @@ TEST_F(Buffers, PlyFilesFillVerticesAndIndices)
     auto* element = new ScnBufferElement;
     element->dim = "6";
     element->data = "tri.ply";
-    ScnPlyLoadInfo faces;
-    std::strcpy(faces.element, "face");
-    std::strcpy(faces.property[0], "vertex_indices");
-    faces.count = 1;
-    element->source = faces;
+    element->source = plyColumns("face", {"vertex_indices"}, 0);
     ScnBufferAttrib* vertices = attrib("gs_Vertex", "3", 3);
     vertices->path = "tri.ply";
-    ScnPlyLoadInfo xyz;
-    xyz.stride = 3;
-    std::strcpy(xyz.element, "vertex");
-    std::strcpy(xyz.property[0], "x");
-    std::strcpy(xyz.property[1], "y");
-    std::strcpy(xyz.property[2], "z");
-    xyz.count = 3;
-    vertices->source = xyz;
+    vertices->source = plyColumns("vertex", {"x", "y", "z"}, 3);
     ScnBufferAttrib* reds = attrib("gs_Red", "3", 1, GL_UNSIGNED_BYTE);
     reds->path = "tri.ply";
-    ScnPlyLoadInfo red;
-    red.stride = 1;
-    std::strcpy(red.element, "vertex");
-    std::strcpy(red.property[0], "red");
-    red.count = 1;
-    reds->source = red;
+    reds->source = plyColumns("vertex", {"red"}, 1);
     ScnBufferAttrib* homogeneous = attrib("gs_Position", "3", 4);
     homogeneous->path = "tri.ply";
-    homogeneous->source = xyz;
-    homogeneous->source.value.stride = 4;
+    homogeneous->source = plyColumns("vertex", {"x", "y", "z"}, 4);
     ScnBufferAttrib* missing = attrib("gs_Missing", "5", 2);
     missing->path = "absent.ply";
     element->append(vertices);
@@ -593,54 +509,12 @@ TEST_F(Buffers, PlyFilesFillVerticesAndIndices)
         << "three columns into four components: w is 1";
 
     const ScnBox box = vertices->computeBounds();
-    EXPECT_EQ(box.min[0], -3);
-    EXPECT_EQ(box.max[0], 1.5);
-    EXPECT_EQ(box.min[1], -2);
-    EXPECT_EQ(box.max[1], 4);
-    EXPECT_EQ(box.min[2], -1);
-    EXPECT_EQ(box.max[2], 0.5);
+    EXPECT_EQ((std::vector<double>{box.min[0], box.min[1], box.min[2], box.max[0], box.max[1], box.max[2]}),
+              (std::vector<double>{-3, -2, -1, 1.5, 4, 0.5}));
 
     EXPECT_EQ(missing->buffer()->dim(0), 5u * 8u) << "a missing file keeps the size";
     bool reported = false;
     for (const LogRecord& rec : Channels::drainMerged())
         reported |= std::string(rec.text).find("absent.ply") != std::string::npos;
     EXPECT_TRUE(reported) << "the missing file is named";
-}
-
-TEST(BufferFiles, ApplicationsWithBufferNodesReadBackByteForByte)
-{
-    TempDir ws("velmora-buffer-files");
-    auto app = std::make_unique<RtnApplication>();
-    auto* array = new ScnBufferArray;
-    array->primitive.value = 3;
-    ScnBufferAttrib* a = attrib("gs_Vertex", "N * 2", 2, GL_SHORT);
-    a->path = "model.ply";
-    ScnPlyLoadInfo info;
-    info.stride = 2;
-    std::strcpy(info.element, "vertex");
-    std::strcpy(info.property[0], "x");
-    std::strcpy(info.property[1], "y");
-    info.count = 2;
-    a->source = info;
-    array->append(a);
-    auto* element = new ScnBufferElement;
-    element->dim = "12";
-    element->data = "model.ply";
-    element->indecies.values = {3, 1, 4, 1, 5};
-    element->append(attrib("gs_Color", "12"));
-    app->openGL.node.append(array);
-    app->openGL.node.append(element);
-    std::string error;
-    const std::string file = ws.path() + "/buffers.3Dm";
-    ASSERT_TRUE(app->writeFile(file, error)) << error;
-    std::unique_ptr<RtnApplication> read(RtnApplication::readFile(file, error));
-    ASSERT_TRUE(read) << error;
-    EXPECT_EQ(read->toBytes(), app->toBytes());
-    auto* readElement = dynamic_cast<ScnBufferElement*>(read->openGL.node.getChild(1));
-    ASSERT_NE(readElement, nullptr);
-    EXPECT_EQ(readElement->indecies.values, (std::vector<uint32_t>{3, 1, 4, 1, 5}));
-    auto* readAttrib = dynamic_cast<ScnBufferAttrib*>(read->openGL.node.getChild(0)->getChild(0));
-    ASSERT_NE(readAttrib, nullptr);
-    EXPECT_EQ(readAttrib->dim0.value, "N * 2");
-    EXPECT_STREQ(readAttrib->source.value.property[1], "y");
 }

@@ -1,10 +1,8 @@
 // Cameras in the frame: navigation driven through the input entry of the
-// view, orbit mode, viewpoints, the render events seen by scripts, and the
-// projection placing a known quad on known pixels.
+// view, orbit mode, viewpoints, the lens, and the projection placing a known
+// quad on known pixels.
 #include <cmath>
 #include <string>
-
-#include <lua.hpp>
 
 #include "compute/OclGlobal.h"
 #include "compute/OclNodes.h"
@@ -13,10 +11,7 @@
 #include "render/ScnCameraExamine.h"
 #include "render/ScnViewpoint.h"
 #include "render/ScnWorld.h"
-#include "runtime/AppGlobal.h"
 #include "runtime/CmdNodes.h"
-#include "runtime/RtnApplication.h"
-#include "support/DocumentFixture.h"
 #include "widgets/InputState.h"
 #include "RenderSupport.h"
 
@@ -24,12 +19,6 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kStep = 0.025132741228718346;
-
-void registerQuadClass()
-{
-    if (!ScnNodeRegistry::find("TestQuad"))
-        ScnNodeRegistry::registerClass(TestQuad::s_type, &ScnNode::s_type, "TestQuad", &TestQuad::factory, 2);
-}
 
 struct Vec {
     double x, y, z;
@@ -49,62 +38,43 @@ Vec column(const ScnCamera& c, int i)
         EXPECT_NEAR(v_.z, (ez), 1e-9) << "z";     \
     } while (0)
 
-class CameraFrame : public DocumentFixture {
+class CameraFrame : public RenderDoc {
 protected:
     void SetUp() override
     {
-        DocumentFixture::SetUp();
-        ASSERT_NE(GlContext::active(), nullptr) << "no headless OpenGL context (Mesa's EGL is needed)";
-        registerQuadClass();
+        RenderDoc::SetUp();
         InputState::instance().clear();
-        GlContext* c = GlContext::active();
-        m_width = c->width();
-        m_height = c->height();
-        m_doc.setView(m_width, m_height, true);
     }
     void TearDown() override
     {
         InputState::instance().clear();
-        DocumentFixture::TearDown();
-    }
-    void open(RtnApplication& app)
-    {
-        std::string error;
-        RtnMFRef::s_root = &app;
-        ASSERT_TRUE(app.writeFile(m_ws / "camera.3Dm", error)) << error;
-        RtnMFRef::s_root = nullptr;
-        ASSERT_TRUE(m_doc.open("camera.3Dm", error)) << error;
-        drain();
+        RenderDoc::TearDown();
     }
     // An application with nothing in its world: the focus distance is the
     // eye's distance from the origin.
     void openEmpty()
     {
         RtnApplication app;
-        open(app);
+        openApp(app);
     }
     ScnCameraExamine& camera()
     {
         return *static_cast<ScnCameraExamine*>(m_doc.runtime()->branch(CmdApplication::Camera));
     }
-    void tick()
+    // Holds a key for `frames` frames after the one it went down on, then
+    // lets it go with one frame more.
+    void hold(int key, int frames)
     {
-        m_doc.tick();
-        m_clock.advance(25);
+        InputState::instance().setKey(key, true);
+        for (int i = 0; i <= frames; ++i) tick();
+        InputState::instance().setKey(key, false);
+        tick();
     }
-    // Runs a chunk in the global environment; fails the test on an error.
-    void lua(const char* chunk)
-    {
-        lua_State* L = AppGlobal::luaState();
-        ASSERT_EQ(luaL_loadstring(L, chunk), 0);
-        ASSERT_EQ(lua_pcall(L, 0, 0, 0), 0) << lua_tostring(L, -1);
-    }
-    int m_width = 0, m_height = 0;
 };
 
 }  // namespace
 
-TEST_F(CameraFrame, MoveKeysStepByTheFocusDistanceOver105OnceHeld)
+TEST_F(CameraFrame, MoveKeysStepByTheFocusDistanceOver105OnceHeldAndOnlyWithInputCapture)
 {
     openEmpty();
     ScnCameraExamine& cam = camera();
@@ -136,6 +106,12 @@ TEST_F(CameraFrame, MoveKeysStepByTheFocusDistanceOver105OnceHeld)
     EXPECT_VEC(column(cam, 3), x2, y3, z1);
     EXPECT_VEC(column(cam, 0), 1, 0, 0);
     EXPECT_VEC(column(cam, 2), 0, 0, 1);
+
+    in.capture = false;
+    hold('w', 2);
+    in.capture = true;
+    SCOPED_TRACE("no navigation without input capture");
+    EXPECT_VEC(column(cam, 3), x2, y3, z1);
 }
 
 TEST_F(CameraFrame, ArrowKeysTurnTheAxesOneStepPerFrameHeld)
@@ -145,10 +121,7 @@ TEST_F(CameraFrame, ArrowKeysTurnTheAxesOneStepPerFrameHeld)
     InputState& in = InputState::instance();
 
     // UP: about the x axis by minus the step, three held frames.
-    in.setKey(InputState::KeyUp, true);
-    for (int i = 0; i < 4; ++i) tick();
-    in.setKey(InputState::KeyUp, false);
-    tick();
+    hold(InputState::KeyUp, 3);
     double a = 3 * kStep;
     EXPECT_VEC(column(cam, 0), 1, 0, 0);
     EXPECT_VEC(column(cam, 1), 0, std::cos(a), -std::sin(a));
@@ -159,18 +132,12 @@ TEST_F(CameraFrame, ArrowKeysTurnTheAxesOneStepPerFrameHeld)
     }
 
     // DOWN turns back by as much.
-    in.setKey(InputState::KeyDown, true);
-    for (int i = 0; i < 4; ++i) tick();
-    in.setKey(InputState::KeyDown, false);
-    tick();
+    hold(InputState::KeyDown, 3);
     EXPECT_VEC(column(cam, 1), 0, 1, 0);
     EXPECT_VEC(column(cam, 2), 0, 0, 1);
 
     // LEFT: about the y axis by the step (the view turns left).
-    in.setKey(InputState::KeyLeft, true);
-    for (int i = 0; i < 3; ++i) tick();
-    in.setKey(InputState::KeyLeft, false);
-    tick();
+    hold(InputState::KeyLeft, 2);
     a = 2 * kStep;
     EXPECT_VEC(column(cam, 0), std::cos(a), 0, -std::sin(a));
     EXPECT_VEC(column(cam, 1), 0, 1, 0);
@@ -267,7 +234,7 @@ TEST_F(CameraFrame, WheelStartsAFlightThatTheLeftButtonStops)
     in.setButton(1, false);
 }
 
-TEST_F(CameraFrame, ScrollValuesOrbitThePivotAndInputCaptureOffStopsNavigation)
+TEST_F(CameraFrame, ScrollValuesOrbitThePivot)
 {
     openEmpty();
     ScnCameraExamine& cam = camera();
@@ -276,21 +243,9 @@ TEST_F(CameraFrame, ScrollValuesOrbitThePivotAndInputCaptureOffStopsNavigation)
     // The first value turns eye and axes about the world's y axis by -pi * s.
     in.setScroll(0.01, 0);
     tick();
-    double a = -kPi * 0.01;
+    const double a = -kPi * 0.01;
     EXPECT_VEC(column(cam, 3), 12 * std::sin(a), 0, 12 * std::cos(a));
     EXPECT_VEC(column(cam, 2), std::sin(a), 0, std::cos(a));
-    in.setScroll(0, 0);
-
-    in.capture = false;
-    in.setKey('w', true);
-    tick();
-    tick();
-    in.setKey('w', false);
-    in.capture = true;
-    {
-        SCOPED_TRACE("no navigation without input capture");
-        EXPECT_VEC(column(cam, 3), 12 * std::sin(a), 0, 12 * std::cos(a));
-    }
 }
 
 TEST_F(CameraFrame, OrbitModeFromScriptsKeepsThePivotDistanceAndClampsPitch)
@@ -353,7 +308,7 @@ TEST_F(CameraFrame, ViewpointsFromScriptsPushPopAndAreIgnoredInOrbit)
 {
     RtnApplication app;
     app.openGL.node.append(new ScnViewpoint());
-    open(app);
+    openApp(app);
     ScnCameraExamine& cam = camera();
     auto* vp = dynamic_cast<ScnViewpoint*>(m_doc.runtime()->branch(CmdApplication::World)->getChild(0));
     ASSERT_NE(vp, nullptr);
@@ -393,32 +348,18 @@ TEST_F(CameraFrame, ViewpointsFromScriptsPushPopAndAreIgnoredInOrbit)
         "local a, b, c, d = Camera:getLeft(); assert(d == 1)\n"
         "camLeft = string.format('%.6f %.6f %.6f', a, b, c)\n"
         "camFov = Camera:getFieldOfView()");
-    lua_State* L = AppGlobal::luaState();
     char want[128];
     const Vec z = column(cam, 2), x = column(cam, 0);
     std::snprintf(want, sizeof want, "%.6f %.6f %.6f", -z.x, -z.y, -z.z);
-    lua_getglobal(L, "camForward");
-    EXPECT_STREQ(lua_tostring(L, -1), want);
+    EXPECT_EQ(global("camForward"), want);
     std::snprintf(want, sizeof want, "%.6f %.6f %.6f", x.x, x.y, x.z);
-    lua_getglobal(L, "camLeft");
-    EXPECT_STREQ(lua_tostring(L, -1), want);
-    lua_getglobal(L, "camFov");
-    EXPECT_FLOAT_EQ(static_cast<float>(lua_tonumber(L, -1)), 1.0471976f);
-    lua_pop(L, 3);
+    EXPECT_EQ(global("camLeft"), want);
+    EXPECT_FLOAT_EQ(std::stof(global("camFov")), 1.0471976f);
 
     // Wrong arguments are script errors with the specified words.
-    ASSERT_EQ(luaL_loadstring(L, "Camera:displayAttachment('x')"), 0);
-    ASSERT_NE(lua_pcall(L, 0, 0, 0), 0);
-    EXPECT_NE(std::string(lua_tostring(L, -1)).find("number expected"), std::string::npos) << lua_tostring(L, -1);
-    lua_pop(L, 1);
-    ASSERT_EQ(luaL_loadstring(L, "Camera:drawScreenQuad(OpenGL)"), 0);
-    ASSERT_NE(lua_pcall(L, 0, 0, 0), 0);
-    EXPECT_NE(std::string(lua_tostring(L, -1)).find("shader object"), std::string::npos) << lua_tostring(L, -1);
-    lua_pop(L, 1);
-    ASSERT_EQ(luaL_loadstring(L, "Camera:displayFramebuffer(OpenGL)"), 0);
-    ASSERT_NE(lua_pcall(L, 0, 0, 0), 0);
-    EXPECT_NE(std::string(lua_tostring(L, -1)).find("framebuffer object expected"), std::string::npos);
-    lua_pop(L, 1);
+    EXPECT_NE(luaError("Camera:displayAttachment('x')").find("number expected"), std::string::npos);
+    EXPECT_NE(luaError("Camera:drawScreenQuad(OpenGL)").find("shader object"), std::string::npos);
+    EXPECT_NE(luaError("Camera:displayFramebuffer(OpenGL)").find("framebuffer object expected"), std::string::npos);
     lua("assert(tostring(Camera:getLight()) == 'ScnDeferredPointLight (light)')");
 }
 
@@ -473,38 +414,13 @@ TEST(CameraLens, ProjectionAndFrustumFromTheFields)
     EXPECT_NEAR(render.aspect[1], 2 * t, 1e-6);
 }
 
-TEST_F(CameraFrame, RenderEventsFireAroundTheSceneBeforeOnTime)
-{
-    RtnApplication app;
-    app.openGL.node.append(static_cast<ScnShader*>(ScnShader::factory()));
-    app.openGL.node.append(new TestQuad());
-    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
-    RtnRegister* r = p->createRegister(0);
-    r->deposit(&app.camera.node);
-    ASSERT_EQ(r->functions.indexOf("OnPreRender"), ScnCamera::OnPreRender);
-    ASSERT_EQ(r->functions.indexOf("OnPostRender"), ScnCamera::OnPostRender);
-    r->functions.setCode(ScnCamera::OnPreRender, "print('pre ' .. tostring(event))");
-    r->functions.setCode(ScnCamera::OnPostRender, "print('post')");
-    r->functions.setCode(RtnRegister::OnTime, "print('time')");
-    open(app);
-    m_doc.toggleSimulation();
-    TestQuad::s_log = true;
-    tick();
-    tick();
-    TestQuad::s_log = false;
-    const Lines frame{"(script): pre ScnCameraExamine (Camera)", "(quad): render", "(script): post", "(script): time"};
-    Lines want = frame;
-    want.insert(want.end(), frame.begin(), frame.end());
-    EXPECT_EQ(drain(), want);
-}
-
 TEST_F(CameraFrame, ProjectionAndViewPlaceAQuadOnItsPixels)
 {
     RtnApplication app;
     app.openGL.node.append(static_cast<ScnShader*>(ScnShader::factory()));  // green, through gs_ModelViewProjectionMatrix
     app.openGL.node.append(new TestQuad());  // -1..1 in x and y at z = 0
     app.camera.node.matrix = ScnMatrix16::translation(1, 0.5, 12);
-    open(app);
+    openApp(app);
     m_doc.toggleSimulation();  // no axes
     tick();
     // The quad seen from (1, 0.5, 12): x from -2 to 0, y from -1.5 to 0.5 at
@@ -530,12 +446,7 @@ TEST_F(CameraFrame, ProjectionAndViewPlaceAQuadOnItsPixels)
 TEST_F(CameraFrame, StoredViewpointsSurviveTheFileAndAreRecalled)
 {
     openEmpty();
-    InputState& in = InputState::instance();
-    in.setKey(InputState::KeyLeft, true);
-    tick();
-    tick();
-    in.setKey(InputState::KeyLeft, false);
-    tick();
+    hold(InputState::KeyLeft, 1);
     const ScnMatrix16 turned = camera().worldMatrix;
     RtnApplication* app = m_doc.application();
     ASSERT_TRUE(app->storeViewpoint(2));
@@ -554,10 +465,7 @@ TEST_F(CameraFrame, StoredViewpointsSurviveTheFileAndAreRecalled)
     ASSERT_TRUE(m_doc.application()->recallViewpoint(2, false));
     for (int i = 0; i < 16; ++i) EXPECT_EQ(camera().worldMatrix.m[i], turned.m[i]);
     // The basis follows, so navigation goes on from the recalled view.
-    in.setKey('w', true);
-    tick();
-    tick();
-    in.setKey('w', false);
+    hold('w', 1);
     const Vec z = column(camera(), 2);
     const Vec e = column(camera(), 3);
     const double speed = static_cast<float>(12.0 / 105);
@@ -581,7 +489,7 @@ TEST_F(CameraFrame, CameraParamsFillTheGsCameraRecordOfAMappedBuffer)
     ScnMatrix16 m = ScnMatrix16::translation(3, 4, 5);
     m.m[0] = 0, m.m[2] = -1, m.m[8] = 1, m.m[10] = 0;
     app.camera.node.matrix = m;
-    open(app);
+    openApp(app);
     lua("b = OpenCL.clPlatform.b30:getBuffer(); small = OpenCL.clPlatform.b29:getBuffer()\n"
         "ok1, e1 = pcall(Camera.getCameraParams, Camera, b)\n"
         "mem.map(b, mem.READ_WRITE); mem.map(small, mem.READ_WRITE)\n"
@@ -592,16 +500,9 @@ TEST_F(CameraFrame, CameraParamsFillTheGsCameraRecordOfAMappedBuffer)
         "ok2, e2 = pcall(Camera.getCameraParams, Camera, small)\n"
         "ok3, e3 = pcall(Camera.getCameraParams, Camera, OpenGL)\n"
         "mem.unmap(b); mem.unmap(small)");
-    lua_State* L = AppGlobal::luaState();
-    lua_getglobal(L, "record");
     // xAxis, yAxis, zAxis, ePos, then the axes of the inverse, far, near.
-    EXPECT_STREQ(lua_tostring(L, -1), "0 0 -1 0 0 1 0 0 1 0 0 0 3 4 5 1 0 0 1 0 0 1 0 0 -1 0 0 0 5000 0.1");
-    lua_pop(L, 1);
-    for (auto [name, words] : {std::pair{"e1", "buffer not mapped"}, std::pair{"e2", "buffer smaller than structure size"},
-                               std::pair{"e3", "1D buffer object expected"}}) {
-        lua_getglobal(L, name);
-        const char* e = lua_tostring(L, -1);
-        EXPECT_NE(std::string(e ? e : "").find(words), std::string::npos) << name << ": " << (e ? e : "(none)");
-        lua_pop(L, 1);
-    }
+    EXPECT_EQ(global("record"), "0 0 -1 0 0 1 0 0 1 0 0 0 3 4 5 1 0 0 1 0 0 1 0 0 -1 0 0 0 5000 0.1");
+    EXPECT_NE(global("e1").find("buffer not mapped"), std::string::npos) << global("e1");
+    EXPECT_NE(global("e2").find("buffer smaller than structure size"), std::string::npos) << global("e2");
+    EXPECT_NE(global("e3").find("1D buffer object expected"), std::string::npos) << global("e3");
 }

@@ -1,28 +1,17 @@
 // The frame step and the render walk with Mesa: what scripts see, which
-// shader reaches which node, the render queue, the world's event pass, the gl module, and a walk that
-// allocates nothing.
+// shader reaches which node, the render queue, the world's event pass, the gl
+// module, and a walk that allocates nothing.
 #include <EGL/egl.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
-#include <new>
-
-#include <lua.hpp>
 
 #include "render/ScnCamera.h"
 #include "render/ScnFramebuffer.h"
 #include "render/ScnWorld.h"
-#include "runtime/AppGlobal.h"
-#include "runtime/Clock.h"
-#include "runtime/CmdNodes.h"
-#include "runtime/RtnApplication.h"
 #include "support/AllocationCounter.h"
-#include "support/DocumentFixture.h"
-#include "support/TempDir.h"
 #include "RenderSupport.h"
-
 
 namespace {
 
@@ -42,59 +31,27 @@ int luaCentre(lua_State* L)
     return 1;
 }
 
-void registerQuadClass()
+// True when some GL context is current on this thread at the moment of the call.
+int luaGlCurrent(lua_State* L)
 {
-    static bool done = false;
-    if (done) return;
-    done = true;
-    ScnNodeRegistry::registerClass(TestQuad::s_type, &ScnNode::s_type, "TestQuad", &TestQuad::factory, 2);
+    lua_pushboolean(L, eglGetCurrentContext() != EGL_NO_CONTEXT);
+    return 1;
 }
 
-class Frame : public DocumentFixture {
-protected:
-    void SetUp() override
-    {
-        DocumentFixture::SetUp();
-        ASSERT_NE(GlContext::active(), nullptr) << "no headless OpenGL context (Mesa's EGL is needed)";
-        registerQuadClass();
-        lua_register(AppGlobal::luaState(), "centre", luaCentre);
-        GlContext* c = GlContext::active();
-        m_doc.setView(c->width(), c->height(), true);
-    }
-    void TearDown() override
-    {
-        TestQuad::s_log = false;
-        DocumentFixture::TearDown();
-    }
-    // World: green shader, red shader, quad; the processor's OnTime prints
-    // `onTime`'s result.
-    void openScene(const char* onTime)
-    {
-        RtnApplication app;
-        app.openGL.node.append(colourShader("green", 0, 1, 0));
-        app.openGL.node.append(colourShader("red", 1, 0, 0));
-        app.openGL.node.append(new TestQuad());
-        auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
-        p->createRegister(0)->functions.setCode(0, onTime);
-        std::string error;
-        RtnMFRef::s_root = &app;
-        ASSERT_TRUE(app.writeFile(m_ws / "scene.3Dm", error)) << error;
-        RtnMFRef::s_root = nullptr;
-        ASSERT_TRUE(m_doc.open("scene.3Dm", error)) << error;
-        drain();
-    }
-    void tick()
-    {
-        m_doc.tick();
-        m_clock.advance(25);
-    }
-};
+using Frame = RenderDoc;
 
 }  // namespace
 
 TEST_F(Frame, ScriptsSeeTheFrameDrawnBeforeTheirOnTime)
 {
-    openScene("print('saw ' .. centre()); OpenGL.red:setEnabled(false)");
+    lua_register(AppGlobal::luaState(), "centre", luaCentre);
+    RtnApplication app;
+    app.openGL.node.append(colourShader("green", 0, 1, 0));
+    app.openGL.node.append(colourShader("red", 1, 0, 0));
+    app.openGL.node.append(new TestQuad());
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    p->createRegister(0)->functions.setCode(0, "print('saw ' .. centre()); OpenGL.red:setEnabled(false)");
+    openApp(app);
     m_doc.toggleSimulation();
     TestQuad::s_log = true;
     tick();
@@ -111,13 +68,9 @@ TEST_F(Frame, EditModeDrawsTheAxesAndRunningDoesNot)
     // Drawn at the view's size, so that lines one pixel wide are not lost
     // when the framebuffer is shown.
     auto* fb = static_cast<ScnFramebuffer*>(app.camera.node.getChild(0));
-    fb->width = GlContext::active()->width();
-    fb->height = GlContext::active()->height();
-    std::string error;
-    RtnMFRef::s_root = &app;
-    ASSERT_TRUE(app.writeFile(m_ws / "empty.3Dm", error)) << error;
-    RtnMFRef::s_root = nullptr;
-    ASSERT_TRUE(m_doc.open("empty.3Dm", error)) << error;
+    fb->width = m_width;
+    fb->height = m_height;
+    openApp(app);
     auto lit = [] {
         GlContext* c = GlContext::active();
         c->swapBuffers();
@@ -133,37 +86,26 @@ TEST_F(Frame, EditModeDrawsTheAxesAndRunningDoesNot)
     EXPECT_EQ(lit(), 0) << "no marks while running";
 }
 
-class Render : public GlTest {};
-
-TEST_F(Render, ShaderReachesOnlyTheSiblingsThatFollowIt)
+TEST_F(Frame, GlobalTextsAndLoadTimeDepositRunWithTheContextCurrent)
 {
-    ScnWorld world;
-    world.append(colourShader("green", 0, 1, 0));
-    auto* inner = new ScnGroup();
-    inner->append(colourShader("red", 1, 0, 0));
-    world.append(inner);
-    world.append(new TestQuad());
-    {
-        ScnActionCreate create;
-        create.apply(&world);
-    }
-    uint8_t running = Engine::running;
-    Engine::running = 25;  // no axes
-    GlPlatform::bindScreen();
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    {
-        ScnActionRender render(nullptr, 256, 192);
-        render.apply(&world);
-    }
-    EXPECT_EQ(centrePixel(), (Pixel{0, 255, 0, 255}));
-    EXPECT_EQ(ScnScene::currentShader, nullptr) << "the walk leaves no shader current";
-    GLint program = -1;
-    glGetIntegerv(GL_CURRENT_PROGRAM, &program);
-    EXPECT_EQ(program, 0);
-    Engine::running = running;
-    ScnActionDestroy destroy;
-    destroy.apply(&world);
+    lua_register(AppGlobal::luaState(), "glCurrent", luaGlCurrent);
+    ASSERT_EQ(eglGetCurrentContext(), EGL_NO_CONTEXT) << "the test must start with no context current";
+    RtnApplication app;
+    app.luaglobal = "print('application ' .. tostring(glCurrent()))";
+    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
+    p->luaglobal = "print('processor ' .. tostring(glCurrent()))";
+    RtnRegister* r = p->createRegister(0);
+    r->functions.setCode(RtnRegister::OnDeposit, "print('deposit ' .. tostring(glCurrent()))");
+    r->deposit(&app.openGL.node);
+    openApp(app, true);
+    EXPECT_EQ(drain(), (Lines{"(script): application true", "(script): processor true", "(script): deposit true"}));
+    m_doc.reset();
+    Lines again = drain();
+    EXPECT_NE(std::find(again.begin(), again.end(), "(script): processor true"), again.end());
+    EXPECT_EQ(eglGetCurrentContext(), EGL_NO_CONTEXT);
 }
+
+class Render : public GlTest {};
 
 namespace {
 
@@ -185,15 +127,20 @@ ScnNodeType ProgramProbe::s_type;
 
 }  // namespace
 
-// A run of shaders as long as this one would take each a call deeper: the
-// walks go along it in a loop and still undo each shader's state in order.
-TEST_F(Render, AHundredThousandShadersInOneListDrawAndUnwindInOrder)
+// A shader reaches only the siblings that follow it: the red one inside a
+// group leaves the quad after the group to green. A run of shaders as long
+// as this one would take each a call deeper: the walks go along it in a loop
+// and still undo each shader's state in order.
+TEST_F(Render, ShadersReachTheSiblingsAfterThemAndAHundredThousandUnwindInOrder)
 {
     ScnWorld world;
     ScnShader* green = colourShader("green", 0, 1, 0);
     world.append(green);
     auto* probe = new ProgramProbe();
     world.append(probe);
+    auto* inner = new ScnGroup();
+    inner->append(colourShader("red", 1, 0, 0));
+    world.append(inner);
     for (int i = 0; i < 100000; ++i) world.append(new ScnShader());  // no texts: no program, green stays in use
     world.append(new TestQuad());
     {
@@ -213,7 +160,7 @@ TEST_F(Render, AHundredThousandShadersInOneListDrawAndUnwindInOrder)
     }
     Engine::running = running;
     EXPECT_EQ(centrePixel(), (Pixel{0, 255, 0, 255}));
-    EXPECT_EQ(ScnScene::currentShader, nullptr);
+    EXPECT_EQ(ScnScene::currentShader, nullptr) << "the walk leaves no shader current";
     GLint program = -1;
     glGetIntegerv(GL_CURRENT_PROGRAM, &program);
     EXPECT_EQ(program, 0);
@@ -257,27 +204,6 @@ TEST_F(Render, WalkAllocatesNothingPerFrame)
     destroy.apply(&world);
 }
 
-TEST_F(Render, ScreenQuadShowsATextureOverTheWholeView)
-{
-    ASSERT_NE(ScnScene::displayShader().program, 0u) << "the display shader is built at registration";
-    GLuint tex = 0;
-    const uint8_t blue[4] = {0, 0, 255, 255};
-    glGenTextures(1, &tex);
-    glActiveTexture(GL_TEXTURE0);
-    glBindTexture(GL_TEXTURE_2D, tex);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, blue);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-    GlPlatform::bindScreen();
-    glDisable(GL_DEPTH_TEST);
-    glViewport(0, 0, 256, 192);
-    glClear(GL_COLOR_BUFFER_BIT);
-    ScnScene::drawScreenQuad(ScnScene::displayShader());
-    glEnable(GL_DEPTH_TEST);
-    EXPECT_EQ(pixelAt(1, 1), (Pixel{0, 0, 255, 255}));
-    EXPECT_EQ(pixelAt(254, 190), (Pixel{0, 0, 255, 255}));
-    glDeleteTextures(1, &tex);
-}
-
 TEST_F(Render, WorldEventSetsStepAndSceneBox)
 {
     ScnWorld world;
@@ -313,7 +239,6 @@ TEST(RenderQueue, DrainsInOrderGrowsAndDropsTheOldMainCamera)
     std::vector<ScnCamera*> order;
     while (ScnCamera* q = ScnScene::dequeueCamera()) order.push_back(q);
     EXPECT_EQ(order, (std::vector<ScnCamera*>{&b, &b, &b, &c}));
-    EXPECT_EQ(ScnScene::dequeueCamera(), nullptr);
     ScnScene::setMainCamera(nullptr);
     EXPECT_FALSE(b.active);
     EXPECT_EQ(ScnScene::mainCamera(), nullptr);
@@ -328,6 +253,7 @@ TEST_F(Render, GlModuleDrivesTheContextFromScripts)
     ASSERT_NE(L, nullptr);
     GlPlatform::bindScreen();
     glDisable(GL_BLEND);
+    // Also point sprites: coordinates replaced, point size from the vertex program.
     const char* script =
         "gl.glViewport(0, 0, 256, 192)\n"
         "gl.glClearColor(1, 0, 1, 1)\n"
@@ -335,28 +261,24 @@ TEST_F(Render, GlModuleDrivesTheContextFromScripts)
         "gl.glEnable(gl.GL_BLEND)\n"
         "gl.glBlendFunc(gl.GL_SRC_ALPHA, gl.GL_ONE_MINUS_SRC_ALPHA)\n"
         "gl.glDepthFunc(gl.GL_LEQUAL)\n"
-        "return gl.glIsEnabled(gl.GL_BLEND), gl.GL_BLEND, gl.glGetError()";
-    ASSERT_EQ(luaL_loadstring(L, script), 0);
-    ASSERT_EQ(lua_pcall(L, 0, 3, 0), 0) << lua_tostring(L, -1);
-    EXPECT_TRUE(lua_toboolean(L, -3));
-    EXPECT_EQ(lua_tonumber(L, -2), GL_BLEND);
-    EXPECT_EQ(lua_tonumber(L, -1), GL_NO_ERROR);
-    lua_pop(L, 3);
-    EXPECT_EQ(centrePixel(), (Pixel{255, 0, 255, 255}));
-    // Point sprites: coordinates replaced, point size from the vertex program.
-    const char* sprites =
         "gl.glEnable(gl.GL_POINT_SPRITE)\n"
         "gl.glTexEnvi(gl.GL_POINT_SPRITE, gl.GL_COORD_REPLACE, gl.GL_TRUE)\n"
         "gl.glEnable(gl.GL_VERTEX_PROGRAM_POINT_SIZE)\n"
-        "return gl.glIsEnabled(gl.GL_VERTEX_PROGRAM_POINT_SIZE), gl.glGetError()";
-    ASSERT_EQ(luaL_loadstring(L, sprites), 0);
-    ASSERT_EQ(lua_pcall(L, 0, 2, 0), 0) << lua_tostring(L, -1);
+        "return gl.glIsEnabled(gl.GL_BLEND), gl.GL_BLEND, gl.glIsEnabled(gl.GL_VERTEX_PROGRAM_POINT_SIZE), "
+        "gl.glGetError()";
+    ASSERT_EQ(luaL_loadstring(L, script), 0);
+    ASSERT_EQ(lua_pcall(L, 0, 4, 0), 0) << lua_tostring(L, -1);
+    EXPECT_TRUE(lua_toboolean(L, -4));
+    EXPECT_EQ(lua_tonumber(L, -3), GL_BLEND);
     EXPECT_TRUE(lua_toboolean(L, -2));
     EXPECT_EQ(lua_tonumber(L, -1), GL_NO_ERROR);
-    lua_pop(L, 2);
-    GLint replace = 0;
+    lua_pop(L, 4);
+    EXPECT_EQ(centrePixel(), (Pixel{255, 0, 255, 255}));
+    GLint replace = 0, depthFunc = 0;
     glGetTexEnviv(GL_POINT_SPRITE, GL_COORD_REPLACE, &replace);
+    glGetIntegerv(GL_DEPTH_FUNC, &depthFunc);
     EXPECT_EQ(replace, GL_TRUE);
+    EXPECT_EQ(depthFunc, GL_LEQUAL);
     glTexEnvi(GL_POINT_SPRITE, GL_COORD_REPLACE, GL_FALSE);
     glDisable(GL_POINT_SPRITE);
     glDisable(GL_VERTEX_PROGRAM_POINT_SIZE);
@@ -367,38 +289,4 @@ TEST_F(Render, GlModuleDrivesTheContextFromScripts)
     glDisable(GL_BLEND);
     glClearColor(0, 0, 0, 0);
     glDepthFunc(GL_LESS);
-}
-
-namespace {
-
-// True when some GL context is current on this thread at the moment of the call.
-int luaGlCurrent(lua_State* L)
-{
-    lua_pushboolean(L, eglGetCurrentContext() != EGL_NO_CONTEXT);
-    return 1;
-}
-
-}  // namespace
-
-TEST_F(Frame, GlobalTextsAndLoadTimeDepositRunWithTheContextCurrent)
-{
-    lua_register(AppGlobal::luaState(), "glCurrent", luaGlCurrent);
-    ASSERT_EQ(eglGetCurrentContext(), EGL_NO_CONTEXT) << "the test must start with no context current";
-    RtnApplication app;
-    app.luaglobal = "print('application ' .. tostring(glCurrent()))";
-    auto* p = static_cast<RtnProcessor*>(app.scripts.node.getChild(0));
-    p->luaglobal = "print('processor ' .. tostring(glCurrent()))";
-    RtnRegister* r = p->createRegister(0);
-    r->functions.setCode(RtnRegister::OnDeposit, "print('deposit ' .. tostring(glCurrent()))");
-    r->deposit(&app.openGL.node);
-    std::string error;
-    RtnMFRef::s_root = &app;
-    ASSERT_TRUE(app.writeFile(m_ws / "current.3Dm", error)) << error;
-    RtnMFRef::s_root = nullptr;
-    ASSERT_TRUE(m_doc.open("current.3Dm", error)) << error;
-    EXPECT_EQ(drain(), (Lines{"(script): application true", "(script): processor true", "(script): deposit true"}));
-    m_doc.reset();
-    Lines again = drain();
-    EXPECT_NE(std::find(again.begin(), again.end(), "(script): processor true"), again.end());
-    EXPECT_EQ(eglGetCurrentContext(), EGL_NO_CONTEXT);
 }

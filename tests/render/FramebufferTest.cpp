@@ -3,7 +3,7 @@
 // gs_Viewport, kernels reading a target, the render events and the clear of
 // scripted and plain framebuffers, framebuffers feeding shaders inside a
 // scene, roots, what a deleted root or display framebuffer leaves, the
-// script methods, remade targets and the file.
+// script methods and remade targets.
 #include <dlfcn.h>
 
 #include <algorithm>
@@ -19,32 +19,10 @@
 #include "render/ScnCameraExamine.h"
 #include "render/ScnFramebuffer.h"
 #include "render/ScnWorld.h"
-#include "runtime/AppGlobal.h"
 #include "runtime/CmdNodes.h"
-#include "runtime/RtnApplication.h"
-#include "support/DocumentFixture.h"
 #include "RenderSupport.h"
 
 namespace {
-
-void registerQuadClass()
-{
-    if (!ScnNodeRegistry::find("TestQuad"))
-        ScnNodeRegistry::registerClass(TestQuad::s_type, &ScnNode::s_type, "TestQuad", &TestQuad::factory, 2);
-}
-
-const char* const kMvpVertex =
-    "#version 330\nuniform mat4 gs_ModelViewProjectionMatrix;\nin vec4 gs_Vertex;\n"
-    "void main() { gl_Position = gs_ModelViewProjectionMatrix * gs_Vertex; }\n";
-
-ScnShader* shader(const char* name, const char* vertex, const std::string& fragment)
-{
-    auto* s = new ScnShader();
-    s->name = name;
-    s->vertex = vertex;
-    s->fragment = fragment;
-    return s;
-}
 
 // Red into attachment 0, blue into attachment 1, through the camera's matrices.
 ScnShader* twoColourShader()
@@ -70,7 +48,23 @@ ScnFramebuffer* framebuffer(const char* name, int w, int h)
     return fb;
 }
 
-const cl_uint kUnorm8 = CL_UNORM_INT8;
+GLint textureParameter(unsigned texture, GLenum which)
+{
+    GLint v = 0;
+    glBindTexture(GL_TEXTURE_2D, texture);
+    glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, which, &v);
+    glBindTexture(GL_TEXTURE_2D, 0);
+    return v;
+}
+
+GLint renderbufferParameter(unsigned renderbuffer, GLenum which)
+{
+    GLint v = 0;
+    glBindRenderbuffer(GL_RENDERBUFFER, renderbuffer);
+    glGetRenderbufferParameteriv(GL_RENDERBUFFER, which, &v);
+    glBindRenderbuffer(GL_RENDERBUFFER, 0);
+    return v;
+}
 
 // The default OnPreRender script calls the gl module: loaded into the
 // process's state as the plug-in folder would load it.
@@ -89,27 +83,19 @@ void loadGlModule()
     ASSERT_EQ(lua_cpcall(L, open, name), 0) << lua_tostring(L, -1);
 }
 
-class FramebufferFrame : public DocumentFixture {
+class FramebufferFrame : public RenderDoc {
 protected:
     void SetUp() override
     {
-        DocumentFixture::SetUp();
-        ASSERT_NE(GlContext::active(), nullptr) << "no headless OpenGL context (Mesa's EGL is needed)";
-        registerQuadClass();
-        loadGlModule();
-        GlContext* c = GlContext::active();
-        m_width = c->width();
-        m_height = c->height();
-        m_doc.setView(m_width, m_height, true);
+        RenderDoc::SetUp();
+        if (!HasFatalFailure()) loadGlModule();
     }
     void TearDown() override
     {
-        TestQuad::s_log = false;
         if (lua_State* L = AppGlobal::luaState()) luaL_dostring(L, "t0, t1, out, k, b = nil, nil, nil, nil, nil");
-        for (oclKernel* k : m_kernels) delete k;
-        m_kernels.clear();
+        m_kernel.reset();
         m_program.reset();
-        DocumentFixture::TearDown();
+        RenderDoc::TearDown();
     }
     // The application's own framebuffer, the camera's first child.
     static ScnFramebuffer& designFramebuffer(RtnApplication& app)
@@ -118,53 +104,25 @@ protected:
     }
     void open(RtnApplication& app)
     {
-        std::string error;
-        RtnMFRef::s_root = &app;
-        ASSERT_TRUE(app.writeFile(m_ws / "fb.3Dm", error)) << error;
-        RtnMFRef::s_root = nullptr;
-        ASSERT_TRUE(m_doc.open("fb.3Dm", error)) << error;
-        drain();
+        openApp(app);
         m_doc.toggleSimulation();  // no axes
     }
     ScnCamera& camera() { return *static_cast<ScnCamera*>(m_doc.runtime()->branch(CmdApplication::Camera)); }
     ScnFramebuffer& runningFramebuffer() { return *static_cast<ScnFramebuffer*>(camera().getChild(0)); }
     ScnNode& world() { return *m_doc.runtime()->branch(CmdApplication::World); }
-    void tick()
-    {
-        m_doc.tick();
-        m_clock.advance(25);
-    }
-    void lua(const std::string& chunk)
-    {
-        lua_State* L = AppGlobal::luaState();
-        ASSERT_EQ(luaL_loadstring(L, chunk.c_str()), 0) << lua_tostring(L, -1);
-        ASSERT_EQ(lua_pcall(L, 0, 0, 0), 0) << lua_tostring(L, -1);
-    }
-    std::string global(const char* name)
-    {
-        lua_State* L = AppGlobal::luaState();
-        lua_getglobal(L, name);
-        const char* s = lua_tostring(L, -1);
-        std::string out = s ? s : "(nil)";
-        lua_pop(L, 1);
-        return out;
-    }
     oclKernel* kernel(const char* source, const char* name)
     {
-        oclContext* context = OclGlobal::currentContext();
-        m_program = std::make_unique<oclProgram>(context, "fbtest");
+        m_program = std::make_unique<oclProgram>(OclGlobal::currentContext(), "fbtest");
         m_program->addSource(source);
         EXPECT_EQ(m_program->build(), 1);
         cl_kernel k = clCreateKernel(m_program->handle(), name, &oclLastError);
         EXPECT_EQ(oclLastError, CL_SUCCESS) << name;
-        auto* o = new oclKernel(m_program.get(), k);
+        m_kernel = std::make_unique<oclKernel>(m_program.get(), k);
         clReleaseKernel(k);
-        m_kernels.push_back(o);
-        return o;
+        return m_kernel.get();
     }
-    int m_width = 0, m_height = 0;
     std::unique_ptr<oclProgram> m_program;
-    std::vector<oclKernel*> m_kernels;
+    std::unique_ptr<oclKernel> m_kernel;
 };
 
 // Fills attachment 0 of a framebuffer with one colour.
@@ -195,23 +153,17 @@ TEST_F(FramebufferFrame, TheCameraDrawsIntoTheTargetsAndTheScreenQuadShowsTheCho
     {
         SCOPED_TRACE("the default format is RGBA in half floats, the depth a 24-bit renderbuffer");
         GlScope gl;
-        GLint internal = 0, depthType = 0, depthFormat = 0, attached = 0;
-        glBindTexture(GL_TEXTURE_2D, fb.textureOf(1));
-        glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_INTERNAL_FORMAT, &internal);
-        glBindTexture(GL_TEXTURE_2D, 0);
-        EXPECT_EQ(internal, GL_RGBA16F);
+        EXPECT_EQ(textureParameter(fb.textureOf(1), GL_TEXTURE_INTERNAL_FORMAT), GL_RGBA16F);
+        GLint attached = 0, depthType = 0;
         glBindFramebuffer(GL_FRAMEBUFFER, fb.fbo);
         glGetFramebufferAttachmentParameteriv(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT1,
                                               GL_FRAMEBUFFER_ATTACHMENT_OBJECT_NAME, &attached);
         glGetFramebufferAttachmentParameteriv(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT,
                                               GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE, &depthType);
         GlPlatform::bindScreen();
-        glBindRenderbuffer(GL_RENDERBUFFER, fb.renderbuffer);
-        glGetRenderbufferParameteriv(GL_RENDERBUFFER, GL_RENDERBUFFER_INTERNAL_FORMAT, &depthFormat);
-        glBindRenderbuffer(GL_RENDERBUFFER, 0);
         EXPECT_EQ(static_cast<unsigned>(attached), fb.textureOf(1));
         EXPECT_EQ(depthType, GL_RENDERBUFFER);
-        EXPECT_EQ(depthFormat, GL_DEPTH_COMPONENT24);
+        EXPECT_EQ(renderbufferParameter(fb.renderbuffer, GL_RENDERBUFFER_INTERNAL_FORMAT), GL_DEPTH_COMPONENT24);
     }
 
     tick();
@@ -251,7 +203,7 @@ TEST_F(FramebufferFrame, GsViewportIsTheDisplayFramebuffersSize)
     app.openGL.node.append(new TestQuad());
     designFramebuffer(app).width = 200;
     designFramebuffer(app).height = 100;
-    designFramebuffer(app).format = ScnImageFormat{CL_RGBA, kUnorm8};
+    designFramebuffer(app).format = ScnImageFormat{CL_RGBA, CL_UNORM_INT8};
     open(app);
     tick();
     const Pixel p = centrePixel();
@@ -321,12 +273,7 @@ TEST_F(FramebufferFrame, RenderEventsFireInFrameOrderAndAScriptedFramebufferIsCl
     cameraRegister->functions.setCode(ScnCamera::OnPostRender, "print('camera post')");
     RtnRegister* fbRegister = p->createRegister(1);
     fbRegister->deposit(&designFramebuffer(app));
-    ASSERT_EQ(fbRegister->functions.indexOf("OnPreRender"), ScnFramebuffer::OnPreRender);
-    ASSERT_EQ(fbRegister->functions.indexOf("OnPostRender"), ScnFramebuffer::OnPostRender);
-    EXPECT_EQ(fbRegister->functions.getCode(ScnFramebuffer::OnPreRender),
-              "gl.glViewport(0,0,event:dim(0),event:dim(1))\ngl.glDisable(gl.GL_BLEND)\ngl.glEnable(gl.GL_DEPTH_TEST)\n"
-              "gl.glClear(gl.GL_DEPTH_BUFFER_BIT)\ngl.glClear(gl.GL_COLOR_BUFFER_BIT)\n");
-    EXPECT_EQ(fbRegister->functions.getCode(ScnFramebuffer::OnPostRender), "");
+    EXPECT_STREQ(fbRegister->functions.getCode(ScnFramebuffer::OnPreRender).c_str(), ScnFramebuffer::kDefaultPreRender);
     // Sets the viewport and clears the depth, not the colour.
     fbRegister->functions.setCode(ScnFramebuffer::OnPreRender,
                                   "print('fb pre ' .. event:dim(0) .. ' ' .. tostring(event))\n"
@@ -347,7 +294,7 @@ TEST_F(FramebufferFrame, RenderEventsFireInFrameOrderAndAScriptedFramebufferIsCl
     tick();
     EXPECT_EQ(centrePixel(), (Pixel{255, 0, 0, 255})) << "a scripted framebuffer clears only what its script clears";
 
-    // The default script clears like the framebuffer itself does.
+    // The default script, which the token brought, clears like the framebuffer itself does.
     auto* opened = static_cast<RtnProcessor*>(m_doc.application()->scripts.node.getChild(0));
     RtnRegister* openedRegister = opened->getRegister(1);
     ASSERT_NE(openedRegister, nullptr);
@@ -453,16 +400,12 @@ TEST_F(FramebufferFrame, ScriptMethodsAndTargetsMadeAnewWhenTheSizeChanges)
     design.width = 32;
     design.height = 16;
     design.attachment = 3;
-    design.format = ScnImageFormat{CL_RGBA, kUnorm8};
+    design.format = ScnImageFormat{CL_RGBA, CL_UNORM_INT8};
     open(app);
     ScnFramebuffer& fb = runningFramebuffer();
     ASSERT_EQ(fb.targetCount(), 3);
     GlScope gl;
-    GLint internal = 0;
-    glBindTexture(GL_TEXTURE_2D, fb.textureOf(2));
-    glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_INTERNAL_FORMAT, &internal);
-    glBindTexture(GL_TEXTURE_2D, 0);
-    EXPECT_EQ(internal, GL_RGBA8);
+    EXPECT_EQ(textureParameter(fb.textureOf(2), GL_TEXTURE_INTERNAL_FORMAT), GL_RGBA8);
     EXPECT_STREQ(fb.target(2)->name(), "fbo attachment 2");
 
     lua("fb = Camera.framebuffer\n"
@@ -492,15 +435,8 @@ TEST_F(FramebufferFrame, ScriptMethodsAndTargetsMadeAnewWhenTheSizeChanges)
     ASSERT_EQ(fb.targetCount(), 3);
     EXPECT_NE(fb.fbo, 0u);
     EXPECT_EQ(fb.target(0)->dim(0), 8u);
-    GLint w = 0, depthWidth = 0;
-    glBindTexture(GL_TEXTURE_2D, fb.textureOf(0));
-    glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &w);
-    glBindTexture(GL_TEXTURE_2D, 0);
-    glBindRenderbuffer(GL_RENDERBUFFER, fb.renderbuffer);
-    glGetRenderbufferParameteriv(GL_RENDERBUFFER, GL_RENDERBUFFER_WIDTH, &depthWidth);
-    glBindRenderbuffer(GL_RENDERBUFFER, 0);
-    EXPECT_EQ(w, 8);
-    EXPECT_EQ(depthWidth, 8);
+    EXPECT_EQ(textureParameter(fb.textureOf(0), GL_TEXTURE_WIDTH), 8);
+    EXPECT_EQ(renderbufferParameter(fb.renderbuffer, GL_RENDERBUFFER_WIDTH), 8);
     lua_State* L = AppGlobal::luaState();
     lua_getglobal(L, "b");
     EXPECT_EQ(OclLua::to(L, -1), nullptr) << "scripts must fetch the targets again";
@@ -522,54 +458,4 @@ TEST_F(FramebufferFrame, ScriptMethodsAndTargetsMadeAnewWhenTheSizeChanges)
         << (said.empty() ? "(nothing)" : said[0]);
     EXPECT_NE(fb.fbo, 0u);
     EXPECT_EQ(fb.targetCount(), 3);
-}
-
-TEST(FramebufferFile, FieldsInOrderAndTheFileReadsBackByteForByteWithTheFirstFlagWordTwo)
-{
-    ScnFramebuffer fb;
-    const char* names[] = {"name", "shaders", "width", "height", "attachment", "format", "flags"};
-    ASSERT_EQ(fb.fieldCount(), 7);
-    for (int i = 0; i < 7; ++i) EXPECT_STREQ(fb.field(i)->name(), names[i]) << i;
-    EXPECT_EQ(fb.width.value, 1024);
-    EXPECT_EQ(fb.height.value, 768);
-    EXPECT_EQ(fb.attachment.value, 2);
-    EXPECT_EQ(fb.format.value.order, 4277u);
-    EXPECT_EQ(fb.format.value.type, 4317u);
-    EXPECT_EQ(fb.flags.value.w[0], 1u);
-    EXPECT_EQ(fb.getName(), "framebuffer");
-
-    TempDir dir("velmora-fb-file");
-    RtnApplication app;
-    ScnFramebuffer& first = *static_cast<ScnFramebuffer*>(app.camera.node.getChild(0));
-    first.width = 320;
-    first.attachment = 3;
-    first.format = ScnImageFormat{CL_RGBA, CL_UNORM_INT8};
-    first.flags = ScnTextureFlags{{1, 7, 8, 9}};
-    first.shaders.append(ScnShader::factory());
-    app.camera.node.append(framebuffer("second", 64, 32));
-    std::string error;
-    RtnMFRef::s_root = &app;
-    ASSERT_TRUE(app.writeFile(dir / "a.3Dm", error)) << error;
-    RtnMFRef::s_root = nullptr;
-    std::unique_ptr<RtnApplication> read(RtnApplication::readFile(dir / "a.3Dm", error));
-    ASSERT_TRUE(read) << error;
-    auto* fb1 = dynamic_cast<ScnFramebuffer*>(read->camera.node.getChild(0));
-    auto* fb2 = dynamic_cast<ScnFramebuffer*>(read->camera.node.getChild(1));
-    ASSERT_TRUE(fb1 && fb2);
-    EXPECT_EQ(fb1->flags.value.w[0], 2u) << "a framebuffer read has 2 in its first flag word";
-    EXPECT_EQ(fb1->flags.value.w[1], 7u);
-    EXPECT_EQ(fb1->flags.value.w[3], 9u);
-    EXPECT_EQ(fb1->width.value, 320);
-    EXPECT_EQ(fb1->attachment.value, 3);
-    EXPECT_EQ(fb1->format.value.type, static_cast<uint32_t>(CL_UNORM_INT8));
-    EXPECT_EQ(fb1->shaders.count(), 1u);
-    EXPECT_EQ(fb2->getName(), "second");
-    EXPECT_EQ(fb2->height.value, 32);
-    // What was read saves and reads back unchanged.
-    RtnMFRef::s_root = read.get();
-    ASSERT_TRUE(read->writeFile(dir / "b.3Dm", error)) << error;
-    RtnMFRef::s_root = nullptr;
-    std::unique_ptr<RtnApplication> again(RtnApplication::readFile(dir / "b.3Dm", error));
-    ASSERT_TRUE(again) << error;
-    EXPECT_EQ(again->toBytes(), read->toBytes());
 }

@@ -1,7 +1,7 @@
 // The light pass: a geometry buffer drawn by the camera and lit through
 // doLighting by point and spot lights, the head light, what reaches forward
-// shaders through gs_Light[i], the script methods of lights and light
-// buffers, and the file of an application with all of them.
+// shaders through gs_Light[i], and the script methods of lights and light
+// buffers.
 //
 // The scene: the camera at (10, 0, 0) looks down minus x at a plane x = -2
 // that faces it; the lights stand at the origin (the event walk gives them
@@ -10,6 +10,7 @@
 // workspace's light shaders read them, and the expected light of a pixel is
 // computed here from the shaders' formula:
 //   a = intensity * (1 - d / range) ^ attenuate,  diffuse * a * N.L
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -26,56 +27,25 @@
 #include "render/ScnDeferredSpotLight.h"
 #include "render/ScnLightbuffer.h"
 #include "render/ScnTransform.h"
-#include "runtime/AppGlobal.h"
 #include "runtime/CmdNodes.h"
-#include "runtime/RtnApplication.h"
-#include "runtime/RtnNodes.h"
-#include "support/DocumentFixture.h"
 #include "RenderSupport.h"
 
 namespace {
-
-void registerQuad()
-{
-    if (!ScnNodeRegistry::find("TestQuad"))
-        ScnNodeRegistry::registerClass(TestQuad::s_type, &ScnNode::s_type, "TestQuad", &TestQuad::factory, 2);
-}
 
 // The test quad stood up as the plane x = -2, 12 by 12, facing +x, written
 // into the geometry buffer: colour, eye-space normal, eye-space position.
 ScnShader* geometryShader()
 {
-    auto* s = new ScnShader();
-    s->name = "gbuffer";
-    s->vertex =
-        "#version 330\n"
-        "uniform mat4 gs_ModelViewProjectionMatrix;\n"
-        "uniform mat4 gs_ModelViewMatrix;\n"
-        "uniform mat3 gs_NormalMatrix;\n"
-        "in vec4 gs_Vertex;\n"
-        "out vec3 position;\n"
-        "out vec3 normal;\n"
-        "void main()\n"
-        "{\n"
-        "    vec4 p = vec4(-2.0, gs_Vertex.y * 6.0, -gs_Vertex.x * 6.0, 1.0);\n"
-        "    position = (gs_ModelViewMatrix * p).xyz;\n"
-        "    normal = gs_NormalMatrix * vec3(1.0, 0.0, 0.0);\n"
-        "    gl_Position = gs_ModelViewProjectionMatrix * p;\n"
-        "}\n";
-    s->fragment =
-        "#version 330\n"
-        "in vec3 position;\n"
-        "in vec3 normal;\n"
-        "layout(location = 0) out vec4 colour;\n"
-        "layout(location = 1) out vec4 n;\n"
-        "layout(location = 2) out vec4 p;\n"
-        "void main()\n"
-        "{\n"
-        "    colour = vec4(0.8, 0.6, 0.4, 1.0);\n"
-        "    n = vec4(normalize(normal), 0.0);\n"
-        "    p = vec4(position, 1.0);\n"
-        "}\n";
-    return s;
+    return shader("gbuffer",
+                  "#version 330\nuniform mat4 gs_ModelViewProjectionMatrix;\nuniform mat4 gs_ModelViewMatrix;\n"
+                  "uniform mat3 gs_NormalMatrix;\nin vec4 gs_Vertex;\nout vec3 position;\nout vec3 normal;\n"
+                  "void main()\n{\n    vec4 p = vec4(-2.0, gs_Vertex.y * 6.0, -gs_Vertex.x * 6.0, 1.0);\n"
+                  "    position = (gs_ModelViewMatrix * p).xyz;\n    normal = gs_NormalMatrix * vec3(1.0, 0.0, 0.0);\n"
+                  "    gl_Position = gs_ModelViewProjectionMatrix * p;\n}\n",
+                  "#version 330\nin vec3 position;\nin vec3 normal;\nlayout(location = 0) out vec4 colour;\n"
+                  "layout(location = 1) out vec4 n;\nlayout(location = 2) out vec4 p;\nvoid main()\n{\n"
+                  "    colour = vec4(0.8, 0.6, 0.4, 1.0);\n    n = vec4(normalize(normal), 0.0);\n"
+                  "    p = vec4(position, 1.0);\n}\n");
 }
 
 constexpr float kSurface[3] = {0.8f, 0.6f, 0.4f};
@@ -96,19 +66,22 @@ Rgba readTarget(unsigned fbo, int attachment, int x, int y)
     return p;
 }
 
-class Lighting : public DocumentFixture {
+void expectRgb(const Rgba& p, double r, double g, double b, double tolerance, const char* what)
+{
+    EXPECT_NEAR(p.v[0], r, tolerance) << what;
+    EXPECT_NEAR(p.v[1], g, tolerance) << what;
+    EXPECT_NEAR(p.v[2], b, tolerance) << what;
+}
+
+class Lighting : public RenderDoc {
 protected:
     void SetUp() override
     {
-        DocumentFixture::SetUp();
-        ASSERT_NE(GlContext::active(), nullptr) << "no headless OpenGL context (Mesa's EGL is needed)";
-        registerQuad();
+        RenderDoc::SetUp();
+        if (HasFatalFailure()) return;
         // The workspace's light shaders, as the template has them.
         std::filesystem::copy(VELMORA_SOURCE_DIR "/assets/workspace/shaders", m_ws / "shaders",
                               std::filesystem::copy_options::recursive);
-        m_width = GlContext::active()->width();
-        m_height = GlContext::active()->height();
-        m_doc.setView(m_width, m_height, true);
     }
 
     // The camera's framebuffer becomes the geometry buffer, a light buffer of
@@ -122,7 +95,7 @@ protected:
         ScnCameraExamine& camera = app.camera.node;
         ScnMatrix16 m;
         const double look[16] = {0, 0, -1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 10, 0, 0, 1};
-        for (int i = 0; i < 16; ++i) m.m[i] = look[i];
+        std::copy(look, look + 16, m.m);
         camera.matrix = m;
         camera.light.node.visible = false;
         auto& gbuffer = static_cast<ScnFramebuffer&>(*camera.getChild(0));
@@ -147,47 +120,13 @@ protected:
     }
     void open(RtnApplication& app)
     {
-        std::string error;
-        RtnMFRef::s_root = &app;
-        ASSERT_TRUE(app.writeFile(m_ws / "lit.3Dm", error)) << error;
-        RtnMFRef::s_root = nullptr;
-        ASSERT_TRUE(m_doc.open("lit.3Dm", error)) << error;
-        drain();
+        openApp(app);
         m_doc.toggleSimulation();
-    }
-    void tick()
-    {
-        m_doc.tick();
-        m_clock.advance(25);
     }
     ScnCamera& camera() { return *static_cast<ScnCamera*>(m_doc.runtime()->branch(CmdApplication::Camera)); }
     ScnFramebuffer& gbuffer() { return *static_cast<ScnFramebuffer*>(camera().getChild(0)); }
     ScnLightbuffer& lightbuffer() { return *static_cast<ScnLightbuffer*>(camera().getChild(1)); }
     ScnNode& world() { return *m_doc.runtime()->branch(CmdApplication::World); }
-    void lua(const std::string& chunk)
-    {
-        lua_State* L = AppGlobal::luaState();
-        ASSERT_EQ(luaL_loadstring(L, chunk.c_str()), 0) << lua_tostring(L, -1);
-        ASSERT_EQ(lua_pcall(L, 0, 0, 0), 0) << lua_tostring(L, -1);
-    }
-    std::string luaError(const std::string& chunk)
-    {
-        lua_State* L = AppGlobal::luaState();
-        if (luaL_loadstring(L, chunk.c_str()) != 0 || lua_pcall(L, 0, 0, 0) == 0) return "(no error)";
-        std::string e = lua_tostring(L, -1);
-        lua_pop(L, 1);
-        return e;
-    }
-    std::string global(const char* name)
-    {
-        lua_State* L = AppGlobal::luaState();
-        lua_getglobal(L, name);
-        const char* s = lua_tostring(L, -1);
-        std::string out = s ? s : "(nil)";
-        lua_pop(L, 1);
-        return out;
-    }
-
     // Where the pixel's centre meets the plane, in eye space: the plane lies
     // 12 in front of the eye, the lens is the default one (60 degrees) with
     // the view's aspect.
@@ -210,8 +149,13 @@ protected:
     {
         return d < range ? intensity * std::pow(1 - d / range, attenuate) : 0;
     }
-
-    int m_width = 0, m_height = 0;
+    // The diffuse light of a light at the origin, 2 in front of the plane.
+    double lit(int x, int y, double range = 6, double intensity = 1) const
+    {
+        const double d = distance(x, y);
+        return reach(d, range, intensity, 2) * 2 / d;
+    }
+    float lightAt(int x, int y, int attachment = 0) { return readTarget(lightbuffer().fbo, attachment, x, y).v[0]; }
 };
 
 }  // namespace
@@ -233,59 +177,43 @@ TEST_F(Lighting, APointLightIsBrighterNearItAsItsAttenuationSays)
     EXPECT_TRUE(drain().empty());
 
     const int cx = m_width / 2, cy = m_height / 2;
-    {
-        SCOPED_TRACE("the geometry buffer holds the plane's eye-space position and normal");
-        double p[3];
-        eyePoint(cx + 30, cy + 10, p);
-        const Rgba pos = readTarget(gbuffer().fbo, 2, cx + 30, cy + 10);
-        for (int i = 0; i < 3; ++i) EXPECT_NEAR(pos.v[i], p[i], 0.02) << i;
-        const Rgba n = readTarget(gbuffer().fbo, 1, cx + 30, cy + 10);
-        EXPECT_NEAR(n.v[2], 1.0, 1e-3);
-    }
+    double p[3];
+    eyePoint(cx + 30, cy + 10, p);
+    expectRgb(readTarget(gbuffer().fbo, 2, cx + 30, cy + 10), p[0], p[1], p[2], 0.02, "eye-space position");
+    EXPECT_NEAR(readTarget(gbuffer().fbo, 1, cx + 30, cy + 10).v[2], 1.0, 1e-3) << "eye-space normal";
 
-    // Two pixels: by the light's foot and 35 pixels to the side.
+    // By the light's foot and 35 pixels to the side.
     double lastDiffuse = 10;
     for (int dx : {0, 35}) {
         SCOPED_TRACE("pixel " + std::to_string(cx + dx));
-        const double d = distance(cx + dx, cy);
-        const double a = reach(d, 6, 1.5, 2);
-        const double lambert = 2 / d;  // the light stands 2 in front of the plane
+        const double a = reach(distance(cx + dx, cy), 6, 1.5, 2), l = lit(cx + dx, cy, 6, 1.5);
         const Rgba diffuse = readTarget(lightbuffer().fbo, 0, cx + dx, cy);
-        EXPECT_NEAR(diffuse.v[0], 1.0 * a * lambert, 0.01);
-        EXPECT_NEAR(diffuse.v[1], 0.5 * a * lambert, 0.01);
-        EXPECT_NEAR(diffuse.v[2], 0.25 * a * lambert, 0.01);
+        expectRgb(diffuse, l, 0.5 * l, 0.25 * l, 0.01, "diffuse");
         const Rgba ambient = readTarget(lightbuffer().fbo, 2, cx + dx, cy);
-        EXPECT_NEAR(ambient.v[0], 0.1 * a, 0.005);
-        EXPECT_NEAR(ambient.v[1], 0.2 * a, 0.005);
+        expectRgb(ambient, 0.1 * a, 0.2 * a, 0, 0.005, "ambient");
         // The combiner wrote the lit colour over the surface colour.
-        const Rgba lit = readTarget(gbuffer().fbo, 0, cx + dx, cy);
-        for (int i = 0; i < 3; ++i) EXPECT_NEAR(lit.v[i], kSurface[i] * (diffuse.v[i] + ambient.v[i]), 0.01) << i;
+        const Rgba out = readTarget(gbuffer().fbo, 0, cx + dx, cy);
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(out.v[i], kSurface[i] * (diffuse.v[i] + ambient.v[i]), 0.01) << i;
         EXPECT_LT(diffuse.v[0], lastDiffuse) << "darker away from the light";
         lastDiffuse = diffuse.v[0];
     }
     EXPECT_GT(lastDiffuse, 0.05) << "the second pixel is still inside the range";
+    // Beyond the range nothing is added: the surface is black there.
+    ASSERT_GT(distance(cx + 80, cy), 6.0);
+    EXPECT_EQ(lightAt(cx + 80, cy), 0.0f);
+    EXPECT_EQ(readTarget(gbuffer().fbo, 0, cx + 80, cy).v[0], 0.0f);
 
-    // Beyond the range (6 from the light) nothing is added: the combined
-    // colour there is black on the surface.
-    const int far = cx + 80;
-    ASSERT_GT(distance(far, cy), 6.0);
-    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, far, cy).v[0], 0.0f);
-    EXPECT_EQ(readTarget(gbuffer().fbo, 0, far, cy).v[0], 0.0f);
-
-    // A field update of the range rebuilds the volume: with range 3 the
-    // second pixel (3.3 away) gets nothing, the first less than before.
+    // A new range rebuilds the volume: with 3 the second pixel (3.3 away)
+    // gets nothing.
     ScnDeferredLight& running = *static_cast<ScnDeferredLight*>(world().getChild(2));
     ASSERT_EQ(running.volume().size(), 36u * 3);
     EXPECT_FLOAT_EQ(running.volume()[0], 6.0f);
     lua("OpenGL.pointlight:setRange(3)");
     EXPECT_FLOAT_EQ(running.volume()[0], 3.0f);
     tick();
-    EXPECT_NEAR(readTarget(lightbuffer().fbo, 0, cx, cy).v[0], reach(distance(cx, cy), 3, 1.5, 2) * 2 / distance(cx, cy),
-                0.01);
-    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, cx + 35, cy).v[0], 0.0f);
-
-    // Through a field update, as the property page sends it: a change of
-    // intensity leaves the volume as it is, a change of range rebuilds it.
+    EXPECT_NEAR(lightAt(cx, cy), lit(cx, cy, 3, 1.5), 0.01);
+    EXPECT_EQ(lightAt(cx + 35, cy), 0.0f);
+    // As the property page sends it: intensity leaves the volume, range rebuilds it.
     running.range = 5.0f;
     running.intensity = 1.0f;
     m_doc.runtime()->update(&running, &running.intensity);
@@ -301,34 +229,24 @@ TEST_F(Lighting, ALightUnderATransformShinesFromWhereTheTransformPutsIt)
     auto* lift = new ScnTransform();
     lift->worldmatrix = ScnMatrix16::translation(0, 1.5, 0);  // world y is the eye's y here
     auto* light = new ScnDeferredPointLight();
-    light->diffuse = ScnColor{1, 1, 1, 1};
-    light->ambient = ScnColor{0, 0, 0, 1};
     light->specular = ScnColor{0, 0, 0, 1};
-    light->range = 6.0f;
-    light->intensity = 1.0f;
-    light->attenuate = 2.0f;
     lift->append(light);
     app.openGL.node.append(lift);
     open(app);
     tick();
     EXPECT_TRUE(drain().empty());
 
-    // The light stands at (0, 1.5, -10) in eye space: the pixel whose ray
-    // meets the plane at eye height 1.5 is its foot.
+    // The light stands at (0, 1.5, -10) in eye space.
     const int cx = m_width / 2, cy = m_height / 2;
-    const double t = std::tan(1.0471976 / 2);
-    const int foot = static_cast<int>((1.5 / (t * 12) + 1) / 2 * m_height);
+    const int foot = static_cast<int>((1.5 / (std::tan(1.0471976 / 2) * 12) + 1) / 2 * m_height);
     auto expected = [&](int y) {
         double p[3];
         eyePoint(cx, y, p);
         const double d = std::sqrt(p[0] * p[0] + (p[1] - 1.5) * (p[1] - 1.5) + (p[2] + 10) * (p[2] + 10));
         return reach(d, 6, 1, 2) * 2 / d;
     };
-    for (int y : {foot, cy, cy - 20}) {
-        SCOPED_TRACE("row " + std::to_string(y));
-        EXPECT_NEAR(readTarget(lightbuffer().fbo, 0, cx, y).v[0], expected(y), 0.01);
-    }
-    EXPECT_GT(readTarget(lightbuffer().fbo, 0, cx, foot).v[0], readTarget(lightbuffer().fbo, 0, cx, cy).v[0] + 0.05);
+    for (int y : {foot, cy, cy - 20}) EXPECT_NEAR(lightAt(cx, y), expected(y), 0.01) << "row " << y;
+    EXPECT_GT(lightAt(cx, foot), lightAt(cx, cy) + 0.05);
 }
 
 TEST_F(Lighting, ASpotLightLightsInsideItsConeOnly)
@@ -337,7 +255,6 @@ TEST_F(Lighting, ASpotLightLightsInsideItsConeOnly)
     build(app);
     auto* spot = new ScnDeferredSpotLight();
     spot->specular = ScnColor{0, 0, 0, 1};
-    spot->range = 6.0f;
     spot->spread = 0.96f;  // a half angle of 16 degrees, down the light's minus x axis
     app.openGL.node.append(spot);
     open(app);
@@ -346,39 +263,32 @@ TEST_F(Lighting, ASpotLightLightsInsideItsConeOnly)
 
     const int cx = m_width / 2, cy = m_height / 2;
     auto cosine = [&](int x, int y) { return 2 / distance(x, y); };
-    // Inside: on the axis, and 4 pixels off on the diagonal, well within.
+    // Inside: on the axis, and 4 pixels off on the diagonal.
     for (int off : {0, 4}) {
         ASSERT_GT(cosine(cx + off, cy + off), 0.97);
-        const double d = distance(cx + off, cy + off);
         const Rgba diffuse = readTarget(lightbuffer().fbo, 0, cx + off, cy + off);
-        EXPECT_NEAR(diffuse.v[0], reach(d, 6, 1, 2) * 2 / d, 0.01) << off;
-        EXPECT_NEAR(diffuse.v[2], reach(d, 6, 1, 2) * 2 / d, 0.01) << off;
+        EXPECT_NEAR(diffuse.v[0], lit(cx + off, cy + off), 0.01) << off;
+        EXPECT_NEAR(diffuse.v[2], lit(cx + off, cy + off), 0.01) << off;
     }
-    // Outside the cone but inside the pyramid that carries it (the corner of
-    // its square base reaches further than the cone): the shader gives nothing.
+    // Outside the cone but inside the pyramid that carries it: nothing.
     const int ox = cx + 7, oy = cy + 7;
     ASSERT_LT(cosine(ox, oy), 0.955);
-    {
-        double p[3];
-        eyePoint(ox, oy, p);
-        const double h = spot->halfSize() * 2 / 6;  // the pyramid's half size 2 down its axis
-        ASSERT_LT(std::abs(p[0]), h);
-        ASSERT_LT(std::abs(p[1]), h);
-    }
-    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, ox, oy).v[0], 0.0f);
-    // Far to the side: outside the volume.
-    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, cx + 30, cy).v[0], 0.0f);
-    // The lit picture: surface times light inside, black outside.
-    EXPECT_NEAR(readTarget(gbuffer().fbo, 0, cx, cy).v[1], kSurface[1] * reach(distance(cx, cy), 6, 1, 2) * 2 / distance(cx, cy),
-                0.01);
+    double p[3];
+    eyePoint(ox, oy, p);
+    const double h = spot->halfSize() * 2 / 6;  // the pyramid's half size 2 down its axis
+    ASSERT_LT(std::abs(p[0]), h);
+    ASSERT_LT(std::abs(p[1]), h);
+    EXPECT_EQ(lightAt(ox, oy), 0.0f);
+    EXPECT_EQ(lightAt(cx + 30, cy), 0.0f) << "outside the volume";
+    EXPECT_NEAR(readTarget(gbuffer().fbo, 0, cx, cy).v[1], kSurface[1] * lit(cx, cy), 0.01);
     EXPECT_EQ(readTarget(gbuffer().fbo, 0, ox, oy).v[1], 0.0f);
 
-    // Hidden, the light still counts but is not drawn: the targets stay
-    // clear and the combiner still runs, so the surface goes black.
+    // Hidden, the light still counts but is not drawn; the combiner still
+    // runs, so the surface goes black.
     static_cast<ScnDeferredLight*>(world().getChild(2))->visible = false;
     tick();
     EXPECT_EQ(ScnDeferredLight::ring(ScnDeferredLight::SpotKind).size(), 1u);
-    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, cx, cy).v[0], 0.0f);
+    EXPECT_EQ(lightAt(cx, cy), 0.0f);
     EXPECT_EQ(readTarget(gbuffer().fbo, 0, cx, cy).v[0], 0.0f);
 }
 
@@ -390,21 +300,17 @@ TEST_F(Lighting, TheSpotShaderOfOlderFilesLightsItsConeWithAHardEdge)
     auto* spot = new ScnDeferredSpotLight();
     spot->direct.node.loadSources("deferred\\lighting\\spotDirect");
     ASSERT_NE(spot->direct.node.fragment.value.find("hard-edged"), std::string::npos);
-    spot->range = 6.0f;
     app.openGL.node.append(spot);
     open(app);
     tick();
     EXPECT_TRUE(drain().empty());
     const int cx = m_width / 2, cy = m_height / 2;
-    // The last pixel inside the cone, to the side of the axis, has the full
-    // light; outside the cone there is nothing.
+    // The last pixel inside the cone has the full light.
     int in = 0;
     while (2 / distance(cx + in + 1, cy) > 0.9605) ++in;
-    ASSERT_GT(2 / distance(cx + in, cy), 0.9605);
-    const double d = distance(cx + in, cy);
-    EXPECT_NEAR(readTarget(lightbuffer().fbo, 0, cx + in, cy).v[0], reach(d, 6, 1, 2) * 2 / d, 0.01);
-    EXPECT_EQ(readTarget(lightbuffer().fbo, 1, cx, cy).v[0], 0.0f) << "no highlight";
-    EXPECT_EQ(readTarget(lightbuffer().fbo, 0, cx + 7, cy + 7).v[0], 0.0f);
+    EXPECT_NEAR(lightAt(cx + in, cy), lit(cx + in, cy), 0.01);
+    EXPECT_EQ(lightAt(cx, cy, 1), 0.0f) << "no highlight";
+    EXPECT_EQ(lightAt(cx + 7, cy + 7), 0.0f);
 }
 
 TEST_F(Lighting, TheHeadLightFollowsTheCameraAndReachesAsFarAsItSees)
@@ -416,15 +322,13 @@ TEST_F(Lighting, TheHeadLightFollowsTheCameraAndReachesAsFarAsItSees)
     open(app);
     EXPECT_EQ(ScnDeferredLight::ring(ScnDeferredLight::PointKind).size(), 1u);
     tick();
-    // The eye stands 12 before the plane and inside the light's volume: the
-    // back faces carry the light. With its range at the camera's far plane
-    // (5000) the light has hardly faded.
+    // The eye stands 12 before the plane inside the light's volume; with its
+    // range at the camera's far plane (5000) the light has hardly faded.
     const int cx = m_width / 2, cy = m_height / 2;
     double p[3];
     eyePoint(cx, cy, p);
     const double d = std::sqrt(p[0] * p[0] + p[1] * p[1] + p[2] * p[2]);
-    const Rgba diffuse = readTarget(lightbuffer().fbo, 0, cx, cy);
-    EXPECT_NEAR(diffuse.v[0], reach(d, 5000, 1, 2) * 12 / d, 0.01);
+    EXPECT_NEAR(lightAt(cx, cy), reach(d, 5000, 1, 2) * 12 / d, 0.01);
     auto& head = static_cast<ScnCameraExamine&>(camera()).light.node;
     EXPECT_FLOAT_EQ(head.range.value, 5000.0f);
     EXPECT_NEAR(head.worldMatrix.m[12], 10.0, 1e-9) << "the head light stands at the eye";
@@ -444,11 +348,7 @@ TEST_F(Lighting, ATextureArgumentReplacesTheSurfaceColour)
     tick();
     EXPECT_TRUE(drain().empty());
     const int cx = m_width / 2, cy = m_height / 2;
-    const double expected = reach(distance(cx, cy), 6, 1, 2) * 2 / distance(cx, cy);
-    const Rgba lit = readTarget(gbuffer().fbo, 0, cx, cy);
-    EXPECT_NEAR(lit.v[0], 0, 1e-3);
-    EXPECT_NEAR(lit.v[1], 0, 1e-3);
-    EXPECT_NEAR(lit.v[2], expected, 0.01);
+    expectRgb(readTarget(gbuffer().fbo, 0, cx, cy), 0, 0, lit(cx, cy), 0.01, "lit normals");
 }
 
 // A forward shader reads every light through gs_Light[i] and gs_LightCount,
@@ -457,26 +357,20 @@ TEST_F(Lighting, ForwardShadersSeeEveryLightThroughTheIndexedUniforms)
 {
     RtnApplication app;
     build(app, false);
-    auto* forward = new ScnShader();
-    forward->name = "forward";
-    forward->vertex = flatVertex();
-    forward->fragment =
-        "#version 330\n"
-        "struct Light { vec4 diffuse; vec4 ambient; vec4 specular; vec3 xAxis; vec3 yAxis; vec3 zAxis; vec3 ePos;\n"
-        "  float range; float intensity; float attenuate; int visible; float spread; int type; };\n"
-        "uniform Light gs_Light[3];\n"
-        "uniform int gs_LightCount;\n"
-        "layout(location = 0) out vec4 c0;\n"
-        "layout(location = 1) out vec4 c1;\n"
-        "layout(location = 2) out vec4 c2;\n"
-        "void main()\n"
-        "{\n"
-        "  c0 = vec4(gs_Light[0].ePos, float(gs_LightCount));\n"
-        "  c1 = vec4(gs_Light[1].xAxis, float(gs_Light[1].type));\n"
-        "  c2 = vec4(gs_Light[1].spread, gs_Light[0].range + gs_Light[0].intensity,\n"
-        "            gs_Light[0].diffuse.g + gs_Light[0].diffuse.a, float(gs_Light[0].type + 10 * gs_Light[1].visible));\n"
-        "}\n";
-    app.openGL.node.insertBefore(forward, app.openGL.node.getChild(0));
+    app.openGL.node.insertBefore(
+        shader("forward", flatVertex(),
+               "#version 330\n"
+               "struct Light { vec4 diffuse; vec4 ambient; vec4 specular; vec3 xAxis; vec3 yAxis; vec3 zAxis; vec3 ePos;\n"
+               "  float range; float intensity; float attenuate; int visible; float spread; int type; };\n"
+               "uniform Light gs_Light[3];\nuniform int gs_LightCount;\n"
+               "layout(location = 0) out vec4 c0;\nlayout(location = 1) out vec4 c1;\nlayout(location = 2) out vec4 c2;\n"
+               "void main()\n{\n"
+               "  c0 = vec4(gs_Light[0].ePos, float(gs_LightCount));\n"
+               "  c1 = vec4(gs_Light[1].xAxis, float(gs_Light[1].type));\n"
+               "  c2 = vec4(gs_Light[1].spread, gs_Light[0].range + gs_Light[0].intensity,\n"
+               "            gs_Light[0].diffuse.g + gs_Light[0].diffuse.a, float(gs_Light[0].type + 10 * gs_Light[1].visible));\n"
+               "}\n"),
+        app.openGL.node.getChild(0));
     auto* point = new ScnDeferredPointLight();
     point->range = 4;
     point->intensity = 0.5f;
@@ -494,19 +388,13 @@ TEST_F(Lighting, ForwardShadersSeeEveryLightThroughTheIndexedUniforms)
     // world's x, which points at the eye: +z in eye space. Three lights are
     // alive: the two and the hidden head light.
     const Rgba c0 = readTarget(gbuffer().fbo, 0, cx, cy);
-    EXPECT_NEAR(c0.v[0], 0, 1e-3);
-    EXPECT_NEAR(c0.v[1], 0, 1e-3);
-    EXPECT_NEAR(c0.v[2], -10, 1e-2);
+    expectRgb(c0, 0, 0, -10, 1e-2, "position of light 0");
     EXPECT_EQ(c0.v[3], 3.0f);
     const Rgba c1 = readTarget(gbuffer().fbo, 1, cx, cy);
-    EXPECT_NEAR(c1.v[0], 0, 1e-3);
-    EXPECT_NEAR(c1.v[1], 0, 1e-3);
-    EXPECT_NEAR(c1.v[2], 1, 1e-3);
+    expectRgb(c1, 0, 0, 1, 1e-3, "x axis of light 1");
     EXPECT_EQ(c1.v[3], 2.0f) << "a spot light is type 2 in the uniforms";
     const Rgba c2 = readTarget(gbuffer().fbo, 2, cx, cy);
-    EXPECT_NEAR(c2.v[0], 0.75, 1e-3);
-    EXPECT_NEAR(c2.v[1], 4.5, 1e-2);
-    EXPECT_NEAR(c2.v[2], 1.25, 1e-3) << "colours go with alpha 1";
+    expectRgb(c2, 0.75, 4.5, 1.25, 1e-2, "spread; range + intensity; colours go with alpha 1");
     EXPECT_EQ(c2.v[3], 1.0f) << "a point light is type 1; the hidden spot light says visible 0";
 }
 
@@ -557,16 +445,13 @@ TEST_F(Lighting, ScriptMethodsOfLightsAndTheLightBuffer)
         "mem.unmap(record)\n");
     // Colours with 0 in w; the world matrix (identity) by columns; range,
     // intensity, attenuate, spread.
-    EXPECT_EQ(global("values"),
-              "0.5 0.25 1 0 0.1 0.2 0.3 0 1 1 1 0 1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 0 6 2 3 0.9");
-    {
-        unsigned char bytes[ScnDeferredLight::kRecordSize];
-        static_cast<ScnDeferredLight*>(world().getChild(2))->fillRecord(bytes);
-        uint32_t tail[2];
-        std::memcpy(tail, bytes + 128, 8);
-        EXPECT_EQ(tail[0], 1u) << "visible";
-        EXPECT_EQ(tail[1], 1u) << "a spot light is type 1 in the record";
-    }
+    EXPECT_EQ(global("values"), "0.5 0.25 1 0 0.1 0.2 0.3 0 1 1 1 0 1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 0 6 2 3 0.9");
+    unsigned char bytes[ScnDeferredLight::kRecordSize];
+    static_cast<ScnDeferredLight*>(world().getChild(2))->fillRecord(bytes);
+    uint32_t tail[2];
+    std::memcpy(tail, bytes + 128, 8);
+    EXPECT_EQ(tail[0], 1u) << "visible";
+    EXPECT_EQ(tail[1], 1u) << "a spot light is type 1 in the record";
 
     // doLighting: a non-userdata first argument is refused, a userdata of
     // another class is ignored.

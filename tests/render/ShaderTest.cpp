@@ -3,12 +3,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include <lua.hpp>
-
 #include "render/ScnShaderLog.h"
-#include "runtime/AppGlobal.h"
 #include "runtime/ScnLua.h"
-#include "support/TempDir.h"
 #include "RenderSupport.h"
 
 bool TestQuad::s_log = false;
@@ -24,20 +20,9 @@ std::vector<LogRecord> diagnostics()
     return out;
 }
 
-// #version on line 1, the error on line 7.
-const char* const kBrokenFragment =
-    "#version 330\n"
-    "out vec4 outColor;\n"
-    "\n"
-    "void main()\n"
-    "{\n"
-    "    outColor = vec4(1.0);\n"
-    "    undeclared = 2.0;\n"
-    "}\n";
-
 }  // namespace
 
-TEST(ShaderLog, ReadsTheLineFromEachDriversForm)
+TEST(ShaderLog, ReadsTheLineFromEachDriversFormAndStopsAtAnEmptyLine)
 {
     Channels::clearAll();
     ScnNode node;
@@ -57,33 +42,28 @@ TEST(ShaderLog, ReadsTheLineFromEachDriversForm)
         EXPECT_EQ(d[i].line, lines[i]);
         EXPECT_EQ(d[i].kind, ScnShader::Fragment);
         EXPECT_EQ(d[i].node, &node);
-        EXPECT_EQ(std::string(d[i].text).rfind("(lit): ", 0), 0u) << d[i].text;
     }
     EXPECT_STREQ(d[3].text, "(lit): 0:21(5): error: `w' undeclared");
-}
 
-TEST(ShaderLog, StopsAtAnEmptyLineAndWithoutLineFeed)
-{
-    Channels::clearAll();
-    ScnNode node;
     EXPECT_EQ(ScnShaderLog::parse("0:2(1): error: one\n\n0:3(1): error: after the gap\n", &node, 1), 1);
     EXPECT_EQ(ScnShaderLog::parse("no diagnostic and no line feed", &node, 1), 0);
     EXPECT_EQ(ScnShaderLog::parse("0:9(1): error: last, no line feed", &node, 1), 1);
     EXPECT_EQ(ScnShaderLog::parse("", &node, 1), 0);
     EXPECT_EQ(ScnShaderLog::parse(nullptr, &node, 1), 0);
-    auto d = diagnostics();
+    d = diagnostics();
     ASSERT_EQ(d.size(), 2u);
     EXPECT_EQ(d[1].line, 9);
 }
 
 class Shader : public GlTest {};
 
-TEST_F(Shader, FragmentErrorOnLineSevenIsAFragmentDiagnosticAtLineSeven)
+TEST_F(Shader, CompileErrorsAreDiagnosticsOfTheirStageAndLine)
 {
     ScnShader s;
     s.name = "broken";
     s.vertex = flatVertex();
-    s.fragment = kBrokenFragment;
+    // #version on line 1, the error on line 7.
+    s.fragment = "#version 330\nout vec4 outColor;\n\nvoid main()\n{\n    outColor = vec4(1.0);\n    undeclared = 2.0;\n}\n";
     EXPECT_FALSE(s.build());
     EXPECT_EQ(s.program, 0u);
     EXPECT_FALSE(s.compiled);
@@ -96,48 +76,18 @@ TEST_F(Shader, FragmentErrorOnLineSevenIsAFragmentDiagnosticAtLineSeven)
     for (size_t i = 1; i < d.size(); ++i) {
         EXPECT_EQ(d[i].kind, ScnShader::Fragment);
         EXPECT_EQ(d[i].node, &s);
-        if (d[i].line == 7 && std::string(d[i].text).find("undeclared") != std::string::npos) atSeven = true;
+        atSeven |= d[i].line == 7 && std::string(d[i].text).find("undeclared") != std::string::npos;
     }
     EXPECT_TRUE(atSeven) << "Mesa's message for line 7 was not found";
-}
 
-TEST_F(Shader, CleanShaderLinksWithNoDiagnosticsAndCachesPresets)
-{
-    std::unique_ptr<ScnNode> made(ScnShader::factory());
-    auto& s = static_cast<ScnShader&>(*made);
-    unsigned seen = 0;
-    GLint inUse = -1;
-    s.afterLink = [&](unsigned id) {
-        seen = id;
-        glGetIntegerv(GL_CURRENT_PROGRAM, &inUse);
-    };
-    ASSERT_TRUE(s.build());
-    EXPECT_TRUE(s.compiled);
-    EXPECT_NE(s.program, 0u);
-    EXPECT_EQ(seen, s.program);
-    EXPECT_EQ(inUse, static_cast<GLint>(s.program)) << "the hook runs with the program in use";
-    EXPECT_TRUE(diagnostics().empty());
-    EXPECT_GE(s.location(ScnShader::ModelViewProjectionMatrix), 0);
-    EXPECT_EQ(s.location(ScnShader::Time), -1);
-    EXPECT_EQ(s.location(ScnShader::NormalMatrix), -1);
-    s.destroyProgram();
-    EXPECT_EQ(s.program, 0u);
-    EXPECT_EQ(s.location(ScnShader::ModelViewProjectionMatrix), -1);
-}
-
-TEST_F(Shader, GeometryTextCountsOnlyWithUsegeom)
-{
-    ScnShader s;
-    s.name = "geo";
-    s.vertex = flatVertex();
+    // The geometry text counts only with usegeom.
     s.fragment = colourFragment(1, 0, 0);
     s.geometry = "#version 330\nthis is not GLSL\n";
     EXPECT_TRUE(s.build());
     EXPECT_TRUE(diagnostics().empty());
-
     s.usegeom = true;
     EXPECT_FALSE(s.build());
-    auto d = diagnostics();
+    d = diagnostics();
     ASSERT_FALSE(d.empty());
     for (const auto& r : d) EXPECT_EQ(r.kind, ScnShader::Geometry);
     EXPECT_EQ(d.back().line, 2);
@@ -156,32 +106,42 @@ TEST_F(Shader, EmptyStageFailsSilentlyAndLinkErrorsHaveNoStage)
     s.fragment = "#version 330\nout vec4 c;\nvoid helper() { c = vec4(1.0); }\n";
     EXPECT_FALSE(s.build());
     auto d = diagnostics();
-    ASSERT_FALSE(d.empty());
-    EXPECT_STREQ(d[0].text, "(mismatch): Link Error");
-    EXPECT_EQ(d[0].kind, 0);
-    // The driver's own words follow, so the user learns why: Mesa names main.
     ASSERT_GE(d.size(), 2u);
+    EXPECT_STREQ(d[0].text, "(mismatch): Link Error");
+    // The driver's own words follow, so the user learns why: Mesa names main.
     std::string why;
-    for (size_t i = 1; i < d.size(); ++i) {
-        EXPECT_EQ(d[i].kind, 0);
-        EXPECT_EQ(std::string(d[i].text).rfind("(mismatch): ", 0), 0u) << d[i].text;
-        why += d[i].text;
+    for (const LogRecord& r : d) {
+        EXPECT_EQ(r.kind, 0);
+        EXPECT_EQ(std::string(r.text).rfind("(mismatch): ", 0), 0u) << r.text;
+        why += r.text;
     }
     EXPECT_NE(why.find("main"), std::string::npos) << why;
 }
 
-TEST_F(Shader, UpdateOfAnOwnFieldRebuilds)
+TEST_F(Shader, CleanShaderLinksCachesPresetsAndRebuildsOnAnUpdateOfItsOwnField)
 {
     ScnGroup group;
-    auto* s = colourShader("s", 0, 1, 0);
+    auto* s = static_cast<ScnShader*>(ScnShader::factory());
     group.append(s);
     int links = 0;
-    s->afterLink = [&](unsigned) { ++links; };
+    GLint inUse = -1;
+    s->afterLink = [&](unsigned id) {
+        ++links;
+        EXPECT_EQ(id, s->program);
+        glGetIntegerv(GL_CURRENT_PROGRAM, &inUse);
+    };
     {
         ScnActionCreate create;
         create.apply(&group);
     }
-    EXPECT_EQ(links, 1);
+    ASSERT_EQ(links, 1);
+    EXPECT_TRUE(s->compiled);
+    EXPECT_EQ(inUse, static_cast<GLint>(s->program)) << "the hook runs with the program in use";
+    EXPECT_TRUE(diagnostics().empty());
+    EXPECT_GE(s->location(ScnShader::ModelViewProjectionMatrix), 0);
+    EXPECT_EQ(s->location(ScnShader::Time), -1);
+    EXPECT_EQ(s->location(ScnShader::NormalMatrix), -1);
+
     ScnNode other;
     {
         ScnActionUpdate foreign(false, &other.name);
@@ -194,12 +154,12 @@ TEST_F(Shader, UpdateOfAnOwnFieldRebuilds)
         own.apply(&group);
     }
     EXPECT_EQ(links, 2) << "changing the name rebuilds";
-    EXPECT_NE(s->program, 0u);
     {
         ScnActionDestroy destroy;
         destroy.apply(&group);
     }
     EXPECT_EQ(s->program, 0u);
+    EXPECT_EQ(s->location(ScnShader::ModelViewProjectionMatrix), -1);
 }
 
 TEST_F(Shader, SetProgramLoadsOnlyTheFilesThatExist)
@@ -212,34 +172,19 @@ TEST_F(Shader, SetProgramLoadsOnlyTheFilesThatExist)
 
     std::unique_ptr<ScnNode> made(ScnShader::factory());
     auto& s = static_cast<ScnShader&>(*made);
-    std::string vertexBefore = s.vertex.value, geometryBefore = s.geometry.value;
+    const std::string vertexBefore = s.vertex.value, geometryBefore = s.geometry.value;
     lua_State* L = AppGlobal::luaState();
-    ASSERT_NE(L, nullptr);
     ASSERT_TRUE(ScnLua::createLuaObject(L, &s));
-
-    // Through the script method, with the editor's separator.
-    ScnLua::pushNode(L, &s);
-    lua_getfield(L, -1, "setProgram");
-    lua_pushvalue(L, -2);
-    lua_pushstring(L, "sub\\x");
-    ASSERT_EQ(lua_pcall(L, 2, 0, 0), 0) << lua_tostring(L, -1);
+    ASSERT_TRUE(ScnLua::setGlobalNode(L, "s", &s));
+    // With the editor's separator.
+    const std::string id = eval(L, "s:setProgram('sub\\\\x') return s:glId()");
+    EXPECT_EQ(id, std::to_string(s.program));
     EXPECT_EQ(s.fragment.value, colourFragment(0, 0, 1));
     EXPECT_EQ(s.vertex.value, vertexBefore);
     EXPECT_EQ(s.geometry.value, geometryBefore);
     EXPECT_NE(s.program, 0u) << "setProgram builds";
-
-    lua_getfield(L, -1, "glId");
-    lua_pushvalue(L, -2);
-    ASSERT_EQ(lua_pcall(L, 1, 1, 0), 0);
-    EXPECT_EQ(lua_tonumber(L, -1), s.program);
-    lua_pop(L, 1);
-
-    lua_getfield(L, -1, "setProgram");
-    lua_pushvalue(L, -2);
-    lua_pushnumber(L, 3);
-    ASSERT_NE(lua_pcall(L, 2, 0, 0), 0);
-    EXPECT_NE(std::string(lua_tostring(L, -1)).find("string expected"), std::string::npos) << lua_tostring(L, -1);
-    lua_pop(L, 2);
+    EXPECT_NE(eval(L, "s:setProgram(3)").find("string expected"), std::string::npos);
+    ScnLua::clearGlobalNode(L, "s");
     ScnLua::releaseLuaObject(L, &s);
     std::filesystem::current_path(cwd);
 }

@@ -38,15 +38,14 @@ protected:
     {
         DocumentFixture::SetUp();
         ASSERT_NE(GlContext::active(), nullptr) << "no headless OpenGL context (Mesa's EGL is needed)";
-        const std::filesystem::path from = std::filesystem::path(VELMORA_BIN_DIR) / "workspace/data/textures/font";
-        ASSERT_TRUE(std::filesystem::exists(from / "GUI.png")) << "the build renders the fonts into " << from;
-        const std::filesystem::path to = std::filesystem::path(m_ws.path()) / "data/textures/font";
-        std::filesystem::create_directories(to);
-        for (const char* f : {"GUI.png", "GUI.txt"}) std::filesystem::copy_file(from / f, to / f);
-        const std::filesystem::path icons = std::filesystem::path(VELMORA_BIN_DIR) / "workspace/data/textures/gui";
-        ASSERT_TRUE(std::filesystem::exists(icons / "icons.jpg")) << "the build draws the icon atlas into " << icons;
-        std::filesystem::create_directories(std::filesystem::path(m_ws.path()) / "data/textures/gui");
-        std::filesystem::copy_file(icons / "icons.jpg", std::filesystem::path(m_ws.path()) / "data/textures/gui/icons.jpg");
+        // The fonts and the icon atlas that the build renders.
+        const std::filesystem::path built = std::filesystem::path(VELMORA_BIN_DIR) / "workspace/data/textures";
+        const std::filesystem::path ws = std::filesystem::path(m_ws.path()) / "data/textures";
+        for (const char* f : {"font/GUI.png", "font/GUI.txt", "gui/icons.jpg"}) {
+            ASSERT_TRUE(std::filesystem::exists(built / f)) << "the build makes " << (built / f);
+            std::filesystem::create_directories((ws / f).parent_path());
+            std::filesystem::copy_file(built / f, ws / f);
+        }
         // The program's start found no workspace font; this one has it, read
         // through the image plug-in.
         sources::loadPlugins();
@@ -119,6 +118,24 @@ protected:
     {
         for (int i = 0; i < 10; ++i) tick();
     }
+    void press(double x, double y, int button = 1)
+    {
+        InputState::instance().setCursor(x, y);
+        InputState::instance().setButton(button, true);
+        tick();
+    }
+    void release(int button = 1)
+    {
+        InputState::instance().setButton(button, false);
+        tick();
+    }
+    void type(int code)
+    {
+        InputState::instance().setKey(code, true);
+        tick();
+        InputState::instance().setKey(code, false);
+        tick();
+    }
     int m_cellSize = 19;
     GuiRoot* root() { return dynamic_cast<GuiRoot*>(m_doc.runtime()->branch(CmdApplication::Gui)); }
     ScnNode* widget(const char* name) { return root()->findChild(name); }
@@ -144,6 +161,10 @@ protected:
     }
     // What a picture colour of (c, alpha) gives over the background b.
     static int over(float c, float alpha, int b) { return static_cast<int>(c * alpha * 255 + (1 - alpha) * b + 0.5f); }
+    static std::array<int, 3> over(float r, float g, float b, float alpha, const Pixel& bg)
+    {
+        return {over(r, alpha, bg[0]), over(g, alpha, bg[1]), over(b, alpha, bg[2])};
+    }
 };
 
 void expectNear(const Pixel& got, const std::array<int, 3>& want, const char* what)
@@ -153,40 +174,31 @@ void expectNear(const Pixel& got, const std::array<int, 3>& want, const char* wh
 
 }  // namespace
 
-TEST_F(Kit, WidgetsLandAtTheirPlacesInPaletteColoursWithTheRootsOpacity)
-{
-    open([](RtnApplication& app) { app.gui.node.window = ScnColor{1, 0.5f, 0, 1}; });
-    m_doc.toggleSimulation();
-    tick();
-    const Pixel bg = pixelAt(5, 5);
-    // The label's fill is WINDOW with transparency 0.9 as alpha, over what
-    // the world left there. Its corners are inside, one pixel beyond is not.
-    for (auto [x, y] : {std::pair{20, 30}, {119, 69}, {25, 35}}) {
-        expectNear(pixelAt(x, y), {over(1, 0.9f, bg[0]), over(0.5f, 0.9f, bg[1]), over(0, 0.9f, bg[2])}, "label fill");
-    }
-    for (auto [x, y] : {std::pair{19, 30}, {20, 29}, {120, 50}, {60, 70}})
-        expectNear(pixelAt(x, y), {bg[0], bg[1], bg[2]}, "outside the label");
-
-    // The button: 3DFACE inside a raised bevel; the bevel's left edge is
-    // 3DHIGHLIGHT, its bottom edge 3DDKSHADOW.
-    const float face = 0.941176f, dark = 0.411765f;
-    expectNear(pixelAt(155, 125), {over(face, 0.9f, bg[0]), over(face, 0.9f, bg[1]), over(face, 0.9f, bg[2])}, "face");
-    expectNear(pixelAt(150, 115), {over(1, 0.9f, bg[0]), over(1, 0.9f, bg[1]), over(1, 0.9f, bg[2])}, "bevel left");
-    expectNear(pixelAt(180, 100), {over(dark, 0.9f, bg[0]), over(dark, 0.9f, bg[1]), over(dark, 0.9f, bg[2])},
-               "bevel bottom");
-    expectNear(pixelAt(149, 115), {bg[0], bg[1], bg[2]}, "left of the button");
-}
-
-TEST_F(Kit, TransparencyAndCellSizeComeFromTheRoot)
+TEST_F(Kit, WidgetsLandAtTheirPlacesInPaletteColoursWithTheRootsOpacityAndCellSize)
 {
     open([](RtnApplication& app) {
+        app.gui.node.window = ScnColor{1, 0.5f, 0, 1};
         app.gui.node.transparency = 0.5f;
         app.gui.node.cellSize = 24;
     });
     m_doc.toggleSimulation();
     tick();
     const Pixel bg = pixelAt(5, 5);
-    expectNear(pixelAt(25, 35), {over(1, 0.5f, bg[0]), over(1, 0.5f, bg[1]), over(1, 0.5f, bg[2])}, "half opaque");
+    // The label's fill is WINDOW with the transparency as alpha, over what
+    // the world left there. Its corners are inside, one pixel beyond is not.
+    for (auto [x, y] : {std::pair{20, 30}, {119, 69}, {25, 35}})
+        expectNear(pixelAt(x, y), over(1, 0.5f, 0, 0.5f, bg), "label fill");
+    for (auto [x, y] : {std::pair{19, 30}, {20, 29}, {120, 50}, {60, 70}})
+        expectNear(pixelAt(x, y), {bg[0], bg[1], bg[2]}, "outside the label");
+
+    // The button: 3DFACE inside a raised bevel; the bevel's left edge is
+    // 3DHIGHLIGHT, its bottom edge 3DDKSHADOW.
+    const float face = 0.941176f, dark = 0.411765f;
+    expectNear(pixelAt(155, 125), over(face, face, face, 0.5f, bg), "face");
+    expectNear(pixelAt(150, 115), over(1, 1, 1, 0.5f, bg), "bevel left");
+    expectNear(pixelAt(180, 100), over(dark, dark, dark, 0.5f, bg), "bevel bottom");
+    expectNear(pixelAt(149, 115), {bg[0], bg[1], bg[2]}, "left of the button");
+
     EXPECT_EQ(GuiDraw::cellSize(), 24);
     // TEXT keeps its own alpha, the other colours take the opacity.
     EXPECT_FLOAT_EQ(GuiDraw::palette(GuiDraw::Text)[3], 1.0f);
@@ -220,37 +232,7 @@ TEST_F(Kit, TextIsDrawnWithTheFontInsideItsWidget)
     EXPECT_GT(darkIn(20, 30, 120, 70, 100), inLabel);
 }
 
-TEST_F(Kit, APressInsideTheButtonReachesItsEventsOutsideNothing)
-{
-    open();
-    m_doc.toggleSimulation();
-    InputState& in = InputState::instance();
-    tick();
-    drain();
-
-    // A press and release outside every widget: no button event; with
-    // nothing under the mouse, no OnSelect either.
-    in.setCursor(100, 150);
-    in.setButton(1, true);
-    tick();
-    in.setButton(1, false);
-    pause();
-    EXPECT_EQ(drain(), Lines{});
-
-    // Inside: OnDown with the mouse relative to the button, OnPressed while
-    // held, OnUp at release; the press is the button's, so no OnSelect.
-    in.setCursor(160, 112);
-    in.setButton(1, true);
-    tick();
-    EXPECT_EQ(drain(), (Lines{"(script): down go 10,12"})) << "the mouse relative to the button's box";
-    tick();
-    EXPECT_EQ(drain(), (Lines{"(script): held go"}));
-    in.setButton(1, false);
-    tick();
-    EXPECT_EQ(drain(), (Lines{"(script): up go"}));
-}
-
-TEST_F(Kit, APressedButtonKeepsTheMouseUntilReleaseWhereverItGoes)
+TEST_F(Kit, APressedButtonHasItsEventsAndKeepsTheMouseUntilReleaseWhereverItGoes)
 {
     open([](RtnApplication& app) {
         // A second button under the first one's drag path, and one on top
@@ -273,30 +255,35 @@ TEST_F(Kit, APressedButtonKeepsTheMouseUntilReleaseWhereverItGoes)
     auto* other = dynamic_cast<GuiButton*>(widget("other"));
     auto* top = dynamic_cast<GuiButton*>(widget("top"));
     ASSERT_TRUE(go && other && top);
+    drain();
 
-    in.setCursor(160, 110);
-    in.setButton(1, true);
-    tick();
+    // A press and release outside every widget: no button event; with
+    // nothing under the mouse, no OnSelect either.
+    press(100, 150);
+    release();
+    pause();
+    EXPECT_EQ(drain(), Lines{});
+
+    // Inside: OnDown with the mouse relative to the button, OnPressed while
+    // held, OnUp at release; the press is the button's, so no OnSelect.
+    press(160, 110);
     EXPECT_TRUE(go->pressed());
+    EXPECT_EQ(drain(), (Lines{"(script): down go 10,10"})) << "the mouse relative to the button's box";
     // Dragged over the other button and released there: the first keeps
     // the press and takes the release, the other never sees it.
     in.setCursor(30, 110);
     tick();
-    in.setButton(1, false);
-    tick();
+    release();
     EXPECT_FALSE(go->pressed());
     EXPECT_FALSE(other->pressed());
-    EXPECT_EQ(drain(), (Lines{"(script): down go 10,10", "(script): held go", "(script): up go"}));
+    EXPECT_EQ(drain(), (Lines{"(script): held go", "(script): up go"}));
     pause();
 
     // Where two overlap the one drawn last, on top, takes the press.
-    in.setCursor(180, 110);
-    in.setButton(1, true);
-    tick();
+    press(180, 110);
     EXPECT_TRUE(top->pressed());
     EXPECT_FALSE(go->pressed());
-    in.setButton(1, false);
-    tick();
+    release();
 }
 
 TEST_F(Kit, TheRootSelectsWhatIsUnderTheMouseWhileEditingAndRunning)
@@ -315,8 +302,7 @@ TEST_F(Kit, TheRootSelectsWhatIsUnderTheMouseWhileEditingAndRunning)
     in.setButton(1, true);
     tick();
     tick();
-    in.setButton(1, false);
-    tick();
+    release();
     EXPECT_EQ(m_doc.chosenNode(), widget("caption")) << "chosen as the button goes up";
 
     // Running: a label takes no part; a bare component is found, and the
@@ -356,22 +342,13 @@ TEST_F(Kit, AnInputTakesFocusByAPressInsideAndKeysWhileItHasIt)
     auto* input = dynamic_cast<GuiInput*>(widget("name"));
     ASSERT_NE(input, nullptr);
     InputState& in = InputState::instance();
-    auto type = [&](int code) {
-        in.setKey(code, true);
-        tick();
-        in.setKey(code, false);
-        tick();
-    };
     tick();
     type('x');
     EXPECT_EQ(input->text.value, "ab") << "no focus, no keys";
 
     // A press right of the text puts the cursor at its end.
-    in.setCursor(100, 140);
-    in.setButton(1, true);
-    tick();
-    in.setButton(1, false);
-    tick();
+    press(100, 140);
+    release();
     EXPECT_EQ(GuiRoot::focus(), input);
     EXPECT_EQ(input->cursor(), 2);
     type('c');
@@ -388,13 +365,10 @@ TEST_F(Kit, AnInputTakesFocusByAPressInsideAndKeysWhileItHasIt)
 
     // A press on the button lets focus go, and the button has its press.
     pause();
-    in.setCursor(160, 110);
-    in.setButton(1, true);
-    tick();
+    press(160, 110);
     EXPECT_EQ(GuiRoot::focus(), nullptr);
     EXPECT_EQ(drain(), (Lines{"(script): down go 10,10"}));
-    in.setButton(1, false);
-    tick();
+    release();
     type('z');
     EXPECT_EQ(input->text.value, "abD");
 
@@ -483,9 +457,7 @@ TEST_F(Kit, SteadyFramesWithWidgetsAllocateNothing)
     EXPECT_EQ(GuiDraw::clipDepth(), 0);
     EXPECT_EQ(GuiDraw::lineVertices() + GuiDraw::triangleVertices() + GuiDraw::textVertices(), 0)
         << "the batches are sent by the end of the frame";
-    expectNear(pixelAt(25, 35), {over(1, 0.9f, pixelAt(5, 5)[0]), over(1, 0.9f, pixelAt(5, 5)[1]),
-                                 over(1, 0.9f, pixelAt(5, 5)[2])},
-               "still drawn");
+    expectNear(pixelAt(25, 35), over(1, 1, 1, 0.9f, pixelAt(5, 5)), "still drawn");
 }
 
 TEST_F(Kit, DrawingLayerEdgeCases)
@@ -567,35 +539,32 @@ std::array<float, 4> viewportOf(ScnNode* node)
     return v;
 }
 
+ScnShader* viewportShader(const char* name)
+{
+    auto* s = new ScnShader();
+    s->name = name;
+    s->vertex = kViewportVertex;
+    s->fragment = kViewportFragment;
+    return s;
+}
+
 }  // namespace
 
 TEST_F(Kit, TheApplicationsUpdateBoxesWidgetsAndTellsShadersTheirPicture)
 {
     open([](RtnApplication& app) {
         GuiRoot& root = app.gui.node;
-        auto* shader = new ScnShader();
-        shader->name = "rootShader";
-        shader->vertex = kViewportVertex;
-        shader->fragment = kViewportFragment;
-        root.append(shader);
+        root.append(viewportShader("rootShader"));
         auto* panel = new GuiComponent<ScnGroup>("panel", 0, 0, true);
         panel->position = ScnVec3{40, 50, 0};
         panel->size = ScnVec3{200, 120, 0};
-        auto* inner = new ScnShader();
-        inner->name = "panelShader";
-        inner->vertex = kViewportVertex;
-        inner->fragment = kViewportFragment;
-        panel->append(inner);
+        panel->append(viewportShader("panelShader"));
         root.append(panel);
         // A picture smaller than the view, and a shader in the world: the
         // root is not its target.
         root.dim0 = 320;
         root.dim1 = 200;
-        auto* world = new ScnShader();
-        world->name = "worldShader";
-        world->vertex = kViewportVertex;
-        world->fragment = kViewportFragment;
-        app.openGL.node.append(world);
+        app.openGL.node.append(viewportShader("worldShader"));
     });
     // Straight after the build the update walk has boxed every widget from
     // its fields, one pixel short of x + width and y + height.
@@ -637,18 +606,9 @@ TEST_F(Kit, AnInputTakesFocusByEitherButtonAndSelectsByMouseAndKeys)
     auto* input = dynamic_cast<GuiInput*>(widget("name"));
     ASSERT_NE(input, nullptr);
     InputState& in = InputState::instance();
-    auto type = [&](int code) {
-        in.setKey(code, true);
-        tick();
-        in.setKey(code, false);
-        tick();
-    };
     auto click = [&](int button, double x) {
-        in.setCursor(x, 140);
-        in.setButton(button, true);
-        tick();
-        in.setButton(button, false);
-        tick();
+        press(x, 140, button);
+        release(button);
         pause();
     };
     // The x where character i of the text begins (the text starts 3 in).
@@ -669,9 +629,7 @@ TEST_F(Kit, AnInputTakesFocusByEitherButtonAndSelectsByMouseAndKeys)
 
     // Dragging with the left button held selects from the cursor to the
     // mouse, whichever way it goes.
-    in.setCursor(at(1), 140);
-    in.setButton(1, true);
-    tick();
+    press(at(1), 140);
     in.setCursor(at(4), 140);
     tick();
     tick();
@@ -681,27 +639,21 @@ TEST_F(Kit, AnInputTakesFocusByEitherButtonAndSelectsByMouseAndKeys)
     tick();
     EXPECT_EQ(input->selectionStart(), 0);
     EXPECT_EQ(input->selectionEnd(), 1);
-    in.setButton(1, false);
-    tick();
+    release();
     pause();
 
     // The selection is drawn: HIGHLIGHT behind it, WINDOW beside it.
-    in.setCursor(at(1), 140);
-    in.setButton(1, true);
-    tick();
+    press(at(1), 140);
     in.setCursor(at(5), 140);
     tick();
     tick();
-    in.setButton(1, false);
-    tick();
+    release();
     ASSERT_EQ(input->selectionStart(), 1);
     ASSERT_EQ(input->selectionEnd(), 5);
     {
         const Pixel bg = pixelAt(5, 5);
-        const Pixel sel = pixelAt(static_cast<int>(at(3)), 133);
-        expectNear(sel, {over(0.2f, 0.9f, bg[0]), over(0.6f, 0.9f, bg[1]), over(1, 0.9f, bg[2])}, "selection fill");
-        const Pixel beside = pixelAt(23, 133);
-        expectNear(beside, {over(1, 0.9f, bg[0]), over(1, 0.9f, bg[1]), over(1, 0.9f, bg[2])}, "unselected background");
+        expectNear(pixelAt(static_cast<int>(at(3)), 133), over(0.2f, 0.6f, 1, 0.9f, bg), "selection fill");
+        expectNear(pixelAt(23, 133), over(1, 1, 1, 0.9f, bg), "unselected background");
         // Black glyphs would take the green of the fill away; HIGHLIGHTTEXT
         // is white.
         GlContext* c = GlContext::active();
@@ -748,17 +700,13 @@ TEST_F(Kit, AnInputTakesFocusByEitherButtonAndSelectsByMouseAndKeys)
 
     // A double click selects all; BACKSPACE removes it.
     input->setText("abc");
-    in.setCursor(at(1), 140);
-    in.setButton(1, true);
-    tick();
-    in.setButton(1, false);
-    tick();
+    press(at(1), 140);
+    release();
     in.setButton(1, true);
     tick();
     EXPECT_EQ(input->selectionStart(), 0);
     EXPECT_EQ(input->selectionEnd(), 3);
-    in.setButton(1, false);
-    tick();
+    release();
     type(129);
     EXPECT_EQ(input->text.value, "");
 }
@@ -846,7 +794,7 @@ TEST_F(Kit, OnlyWhatChangedIsRedrawnAndCtrlGHidesTheWidgetsWhileEditing)
     };
     tick();
     const Pixel bg = pixelAt(5, 5);
-    const std::array<int, 3> fill{over(1, 0.9f, bg[0]), over(1, 0.9f, bg[1]), over(1, 0.9f, bg[2])};
+    const std::array<int, 3> fill = over(1, 1, 1, 0.9f, bg);
     expectNear(pixelAt(25, 35), fill, "shown");
     ctrlG();
     EXPECT_FALSE(root()->visible());

@@ -518,3 +518,24 @@ TEST_F(Buffers, PlyFilesFillVerticesAndIndices)
         reported |= std::string(rec.text).find("absent.ply") != std::string::npos;
     EXPECT_TRUE(reported) << "the missing file is named";
 }
+
+TEST_F(Buffers, ASizeBeyondWhatABufferMayHoldIsRefusedAndDrawsNothing)
+{
+    // 2^31 - 1 vertices of four floats: 32 GB asked for by one expression.
+    m_root.append(colourShader("flat", 1, 1, 0));
+    auto* array = new ScnBufferArray;
+    ScnBufferAttrib* huge = attrib("gs_Vertex", "2^31 - 1");
+    array->append(huge);
+    m_root.append(array);
+    Channels::clearAll();
+    create();
+    const std::vector<LogRecord> said = Channels::drainMerged();
+    ASSERT_FALSE(said.empty());
+    EXPECT_NE(std::string(said[0].text).find("bytes is larger than the 2048 MB a buffer may have"), std::string::npos)
+        << said[0].text;
+    EXPECT_EQ(huge->buffer()->glId, 0u);
+    // The draw takes no vertices from an attribute without storage.
+    const Frame f = render();
+    EXPECT_EQ(std::count(f.pixels.begin(), f.pixels.end(), 255), static_cast<long>(f.pixels.size() / 4))
+        << "only the alpha of a black view";
+}

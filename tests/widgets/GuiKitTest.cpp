@@ -411,6 +411,7 @@ TEST_F(Kit, SioReportsTheMouseButtonsWheelAndKeys)
     EXPECT_EQ(eval("sio.isKeyPressed(sio.VK_SHIFT)"), "true");
     EXPECT_EQ(eval("sio.VK_RETURN .. ' ' .. sio.VK_ESCAPE .. ' ' .. sio.MB_RIGHT"), "132 138 2");
     EXPECT_NE(eval("sio.isMousePressed(3)").find("iso.MB_LEFT, ios.MB_RIGHT expected"), std::string::npos);
+    EXPECT_NE(eval("sio.isMousePressed(1.5)").find("iso.MB_LEFT, ios.MB_RIGHT expected"), std::string::npos);
     EXPECT_NE(eval("sio.isKeyPressed({})").find("Key code expected"), std::string::npos);
     in.age();
     in.sample(1100, 256, 192);
@@ -506,6 +507,21 @@ TEST_F(Kit, DrawingLayerEdgeCases)
         << "a pop adds 1.1 to the size";
     GuiDraw::popClip();
     EXPECT_EQ(GuiDraw::clipDepth(), 0);
+
+    // Nested deeper than the stack: every push narrows the scissor, and the
+    // pops come back down through the same boxes.
+    for (int i = 0; i < GuiDraw::kClipDepth + 5; ++i) {
+        ScnBox b;
+        b.min[0] = i, b.min[1] = i, b.max[0] = 200 - i, b.max[1] = 100 - i;
+        GuiDraw::pushClip(b, 0, 0);
+    }
+    glGetIntegerv(GL_SCISSOR_BOX, scissor);
+    EXPECT_EQ(scissor[0], GuiDraw::kClipDepth + 4) << "the deepest box clips";
+    for (int i = 0; i < 5; ++i) GuiDraw::popClip();
+    EXPECT_EQ(GuiDraw::clipTop()[0], GuiDraw::kClipDepth - 2);
+    for (int i = 0; i < GuiDraw::kClipDepth; ++i) GuiDraw::popClip();
+    EXPECT_EQ(GuiDraw::clipDepth(), 0) << "as many pops as pushes lead back to the bottom";
+    EXPECT_EQ(GuiDraw::clipTop()[2], 200);
 
     // A fill is two triangles moved inward by the inset and 0.1.
     GuiDraw::setColor(GuiDraw::palette(GuiDraw::Window));

@@ -81,6 +81,18 @@ TEST_F(Script, TextIsTypedOneCharacterEveryOtherFrame)
     EXPECT_EQ(in.keys[InputState::KeyShift], uint32_t(InputState::WentUp));
 }
 
+TEST_F(Script, PadDigitsCountUnderShiftAndTheTopRowsDoNot)
+{
+    InputScript s;
+    std::string error;
+    ASSERT_TRUE(s.parse("1 keydown SHIFT\n2 keydown 3\n2 keydown PAD4\n", error)) << error;
+    const InputState& in = InputState::instance();
+    frame(s, 1);
+    frame(s, 2);
+    EXPECT_EQ(in.keys['3'], 0u);
+    EXPECT_EQ(in.keys['4'], uint32_t(InputState::WentDown));
+}
+
 TEST_F(Script, KeyNames)
 {
     EXPECT_EQ(InputScript::keyCode("a"), 97);
@@ -96,7 +108,7 @@ TEST_F(Script, KeyNames)
 TEST_F(Script, DamagedFilesAreRefusedWithTheLineAndKeepNothing)
 {
     struct Case {
-        const char* text;
+        std::string text;
         const char* message;
     };
     const Case cases[] = {
@@ -110,6 +122,10 @@ TEST_F(Script, DamagedFilesAreRefusedWithTheLineAndKeepNothing)
         {"1 keydown HYPER\n", "line 1: unknown key \"HYPER\""},
         {"1 move 1 2 3\n", "line 1: unexpected \"3\" after the event"},
         {"1 text a~\n", "line 1: cannot type \"~\""},
+        {"1 keydown PADX\n", "line 1: unknown key \"PADX\""},
+        // A file of a few megabytes must not turn into gigabytes of events.
+        {"1 text " + std::string(300000, 'q') + "\n" + "2 text " + std::string(300000, 'q') + "\n",
+         "line 2: more than 1000000 events"},
     };
     for (const Case& c : cases) {
         InputScript s;

@@ -41,6 +41,19 @@ TEST_F(Fresh, KeysGoDownAreHeldAndGoUpAndLettersFollowShift)
     frame();
     EXPECT_EQ(in.keys['A'], InputState::Held);
     EXPECT_EQ(in.keys['a'], 0u);
+    // With Shift down the top row's digits type signs and are skipped; the
+    // numeric pad's count.
+    in.setKey('4', true);
+    in.setKey('5', true, true);
+    frame();
+    EXPECT_EQ(in.keys['4'], 0u);
+    EXPECT_EQ(in.keys['5'], InputState::WentDown);
+    in.setKey(InputState::KeyShift, false);
+    frame();
+    EXPECT_EQ(in.keys['4'], InputState::Held) << "seen once Shift is up, down since the frame before";
+    in.setKey('5', false, true);
+    frame();
+    EXPECT_EQ(in.keys['5'], InputState::WentUp);
 }
 
 TEST_F(Fresh, AQuickTapBetweenFramesGoesDownThenUpAndSpaceHasBothCodes)
@@ -81,7 +94,7 @@ TEST_F(Fresh, PositionIsNormalisedWithDeltasAndWheelAndScrollLastOneFrame)
     EXPECT_FLOAT_EQ(in.normDeltaY, 0.6f);
     EXPECT_EQ(in.wheel, -2);
     EXPECT_EQ(in.scroll[1], -0.02);
-    in.setScroll(0, 0);
+    // One setting of the view counts for one frame.
     frame();
     EXPECT_EQ(in.wheel, 0);
     EXPECT_EQ(in.scroll[0], 0);

@@ -409,7 +409,8 @@ TEST_F(OclLayer, CallsOnAReleasedObjectReportInvalidMem)
     EXPECT_FALSE(vol.read(0));
     EXPECT_FALSE(vol.resize(2, 2, 2, nullptr));
     EXPECT_EQ(texts("error"), std::vector<std::string>(8, "Invalid cl_mem"));
-    for (size_t i = 0; i < s_msgs.size(); ++i) EXPECT_EQ(s_msgs[i].object, i < 4 ? &buf : i < 6 ? static_cast<oclObject*>(&img) : &vol);
+    for (size_t i = 0; i < s_msgs.size(); ++i)
+        EXPECT_EQ(s_msgs[i].object, i < 4 ? &buf : i < 6 ? static_cast<oclObject*>(&img) : &vol) << i;
     EXPECT_EQ(buf.failed + img.failed + vol.failed, 3);
 }
 

@@ -101,6 +101,9 @@ TEST_F(ComputeBranch, TheCurrentContextIsFoundByItsFirstFiveCharactersAndIsANewP
     EXPECT_EQ(OclGlobal::findContext("Nobody Inc."), nullptr);
 
     EXPECT_EQ(OclPlatform().platform.value, name);
+    const std::vector<std::string> info = OclGlobal::deviceInfo(current->device(0));
+    ASSERT_FALSE(info.empty());
+    EXPECT_EQ(info[0].rfind("CL_DEVICE_TYPE : CPU", 0), 0u) << info[0];
 }
 
 TEST_F(ComputeBranch, ProgramsAndFileReferencesBuildOnTheTwinAndFindTheirKernelsByName)

@@ -38,6 +38,9 @@ void setGlobalObject(const char* name, oclObject* object)
 TEST(Catalogue, ImageFormatsConvertToElementTypesAndGLFormats)
 {
     Channels::clearAll();
+    EXPECT_EQ(std::vector<uint32_t>({clTypeSize(MemTypes::Half), clTypeSize(MemTypes::Char2), clTypeSize(MemTypes::Float2),
+                                     clTypeSize(MemTypes::Double4)}),
+              std::vector<uint32_t>({2, 2, 8, 32}));
     EXPECT_EQ(clTypeSize(31), 0u);
     EXPECT_EQ(drain(), Lines{"(clTypeSize):  unknown type in clTypeSize 31"});
     const Conversion cases[] = {

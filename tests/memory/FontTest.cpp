@@ -98,7 +98,8 @@ TEST_F(Fonts, TheDescriptionIsReadInUnitsOfThePictureHeightAndThePictureStandsUp
     EXPECT_EQ(font.lineHeightScaled(8), 4);
     ScnBox box;
     EXPECT_DOUBLE_EQ(font.textBounds("AB", 8, box), std::sqrt(3.0 * 3 + 4 * 4 + 8 * 8));
-    EXPECT_EQ(std::vector<double>({box.min[0], box.max[0], box.max[1], box.min[2]}), std::vector<double>({0, 3, 4, -4}));
+    EXPECT_EQ(std::vector<double>({box.min[0], box.max[0], box.max[1], box.min[2]}),
+              std::vector<double>({0, 3, 4, -4}));
     // A new line is 1.3 line heights lower; each glyph adds its upper corner.
     EXPECT_DOUBLE_EQ(font.textBounds("\nA", 8, box), std::sqrt(3.0 * 3 + (4 - 0.5 * 1.3) * (4 - 0.5 * 1.3) + 8 * 8));
 

@@ -495,7 +495,8 @@ TEST_F(Sources, VolumesFillThreeDimensionalImagesFromTheirRawSamples)
 
     const std::vector<uint8_t> hb = bytesOf(head->object());
     ASSERT_EQ(hb.size(), 24u * 4);
-    for (size_t i = 0; i < hb.size(); ++i) EXPECT_EQ(hb[i], i % 4 == 3 ? 255 : static_cast<uint8_t>(10 + i / 4 * 9)) << i;
+    for (size_t i = 0; i < hb.size(); ++i)
+        EXPECT_EQ(hb[i], i % 4 == 3 ? 255 : static_cast<uint8_t>(10 + i / 4 * 9)) << i;
     // The fog volume is 2 x 2 x 2 inside a 4 x 3 x 2 object: voxel (x, y, z)
     // of the file lands at the same coordinates.
     const std::vector<uint8_t> fb = bytesOf<OclImage3D>("fog");

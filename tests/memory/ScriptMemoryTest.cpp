@@ -223,7 +223,8 @@ TEST_F(ScriptMemory, KernelArgumentsTakeScalarsVectorsLocalSizesAndRefuseWhatIsN
                   "for i = 1, 150 do big[i] = 1 end\n"
                   "cl.clEnqueueNDRangeKernel(s, 1, big)\n"
                   "fails('kernel expected', cl.clSetKernelArg, P.clProgram:getKernel('none'), 0, o)\n"
-                  "fails('^%(put4%) : error calling clSetKernelArg : CL_INVALID_ARG_INDEX', cl.clSetKernelArg, k, 7, o)\n"
+                  "fails('^%(put4%) : error calling clSetKernelArg : CL_INVALID_ARG_INDEX',\n"
+                  "      cl.clSetKernelArg, k, 7, o)\n"
                   "fails('cl.CL_MAP_READ, cl.CL_MAP_WRITE', cl.clEnqueueMapBuffer, o, 'r')\n"
                   "result = cl.clGetKernelWorkGroupInfo(k, cl.CL_KERNEL_WORK_GROUP_SIZE)"),
               "");
@@ -281,7 +282,8 @@ TEST_F(ScriptMemory, RecordsAreLaidOutAsOpenCLCDoesAndReadBackAsWritten)
                   "struct.interpret(b, 'rec')\n"
                   "mem.map(b, mem.READ_WRITE)\n"
                   "for i = 0, 1 do\n"
-                  "  struct.map(b, i); struct.set('pos', i, i + 0.5, -i, 8); struct.set('id', 100 + i); struct.unmap()\n"
+                  "  struct.map(b, i); struct.set('pos', i, i + 0.5, -i, 8)\n"
+                  "  struct.set('id', 100 + i); struct.unmap()\n"
                   "end\n"
                   "struct.map(b, 1)\n"
                   "local x, y, z, w = struct.get('pos')\n"

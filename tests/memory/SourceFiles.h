@@ -176,7 +176,8 @@ inline bool encodeVideo(const std::string& path, int width, int height, int fram
                         const std::function<Rgb(int)>& colour, std::string& error)
 {
     AVFormatContext* oc = nullptr;
-    if (avformat_alloc_output_context2(&oc, nullptr, "avi", path.c_str()) < 0 || !oc) return error = "no avi muxer", false;
+    if (avformat_alloc_output_context2(&oc, nullptr, "avi", path.c_str()) < 0 || !oc)
+        return error = "no avi muxer", false;
     const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_MPEG4);
     AVStream* st = codec ? avformat_new_stream(oc, nullptr) : nullptr;
     AVCodecContext* c = st ? avcodec_alloc_context3(codec) : nullptr;

@@ -61,7 +61,8 @@ protected:
         r.err = slurp(m_tmp / "err");
         // The hint lines that every opened file gives go apart.
         std::istringstream out(slurp(m_tmp / "out"));
-        for (std::string line; std::getline(out, line);) (line.rfind("(intro): ", 0) == 0 ? r.hints : r.out) += line + "\n";
+        for (std::string line; std::getline(out, line);)
+            (line.rfind("(intro): ", 0) == 0 ? r.hints : r.out) += line + "\n";
         return r;
     }
     std::string workspace() const { return std::string(VELMORA_BIN_DIR) + "/workspace"; }
@@ -591,8 +592,9 @@ TEST_F(VelmoraRun, SceneSampleMovesItsTitleWhenTheKeySensorSeesLeft)
 TEST_F(VelmoraRun, SamplesSaveTheSameBytesAfterARun)
 {
     for (const char* sample : {"hello", "lit", "scene"}) {
-        const std::string out = m_tmp / (std::string(sample) + ".3Dm"), in = workspace() + "/samples/" + sample + ".3Dm";
-        RunResult r = run("--frames 4 --start --save " + out + " " + in);
+        const std::string out = m_tmp / (std::string(sample) + ".3Dm");
+        const std::string in = workspace() + "/samples/" + sample + ".3Dm";
+        RunResult r = run("--frames 4 --start --save " + out + " " + workspace() + " samples/" + sample + ".3Dm");
         ASSERT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(r.out.find("File missing"), std::string::npos) << r.out;
         EXPECT_EQ(slurp(out), slurp(in)) << sample;

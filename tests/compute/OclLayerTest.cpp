@@ -192,7 +192,8 @@ TEST_F(OclLayer, DefaultHandlersWriteToStandardOutput)
     oclDefaultWarningHandler(text, nullptr);
     oclDefaultInfoHandler(text, &obj);
     oclDefaultBuildLogHandler(text, &obj);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "(error):prog:boom\n(warning):boom\nprog:boom\n(error):prog:boom\n");
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "(error):prog:boom\n(warning):boom\nprog:boom\n(error):prog:boom\n");
 }
 
 TEST_F(OclLayer, ProgramFromTwoSourcesBuildsAndItsKernelsRun)

@@ -108,7 +108,7 @@ TEST_F(ComputeBranch, TheCurrentContextIsFoundByItsFirstFiveCharactersAndIsANewP
 
 TEST_F(ComputeBranch, ProgramsAndFileReferencesBuildOnTheTwinAndFindTheirKernelsByName)
 {
-    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    OclPlatform* platform = addPlatform();
     auto* program = addSource<OclProgram>(platform, kSquares);
     auto* file = addSource<OclFileRef>(platform, "__kernel void fromFile(__global int* v) { v[0] = 7; }");
     rebuild();
@@ -141,12 +141,9 @@ TEST_F(ComputeBranch, ProgramsAndFileReferencesBuildOnTheTwinAndFindTheirKernels
 TEST_F(ComputeBranch, BuildErrorsAreReportedAtTheLinesOfTheNodesOwnText)
 {
     ASSERT_EQ(m_doc.application()->include.value, RtnApplication::kDefaultInclude);
-    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
-    auto* program = addSource<OclProgram>(platform,
-                                          "__kernel void broken(__global float* v)\n"
-                                          "{\n"
-                                          "    v[0] = undeclared_name;\n"
-                                          "}\n");
+    OclPlatform* platform = addPlatform();
+    auto* program =
+        addSource<OclProgram>(platform, "__kernel void broken(__global float* v)\n{\n    v[0] = undeclared_name;\n}\n");
     auto* file = addSource<OclFileRef>(platform, "__kernel void k(__global int* v)\n{ v[0] = missing; }\n");
     rebuild();
     ASSERT_NE(twinOf(program)->program(), nullptr);
@@ -169,28 +166,19 @@ TEST_F(ComputeBranch, BuildErrorsAreReportedAtTheLinesOfTheNodesOwnText)
 
 TEST_F(ComputeBranch, WarningsGoToTheirOwnRingAndTheKernelStillBuilds)
 {
-    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    OclPlatform* platform = addPlatform();
     // Falling off the end of a function that returns a value: a warning of
     // the compiler's defaults, not an error.
     auto* program = addSource<OclProgram>(platform,
-                                          "int pick(int a)\n"
-                                          "{\n"
-                                          "    if (a) return 1;\n"
-                                          "}\n"
-                                          "__kernel void k(__global int* v)\n"
-                                          "{\n"
-                                          "    v[0] = pick(v[0]);\n"
-                                          "}\n");
+                                          "int pick(int a)\n{\n    if (a) return 1;\n}\n"
+                                          "__kernel void k(__global int* v)\n{\n    v[0] = pick(v[0]);\n}\n");
     rebuild();
     EXPECT_NE(twinOf(program)->getKernel("k"), nullptr);
     EXPECT_TRUE(drainRing(OclBuildLog::errors()).empty());
     std::vector<Diagnostic> warnings = drainRing(OclBuildLog::warnings());
     ASSERT_FALSE(warnings.empty()) << "the build's warning did not reach the warning ring";
-    for (const Diagnostic& w : warnings) {
-        EXPECT_EQ(w.line, 4) << w.text;
-        EXPECT_EQ(w.node, twinOf(program));
-        EXPECT_NE(std::string(w.text).find("warning"), std::string::npos) << w.text;
-    }
+    for (const Diagnostic& w : warnings)
+        EXPECT_TRUE(w.line == 4 && w.node == twinOf(program) && w.text.find("warning") != std::string::npos) << w.text;
 }
 
 // It falls back on the current context with one message per walk, and
@@ -214,7 +202,7 @@ TEST_F(ComputeBranch, AnUnknownPlatformNameFallsBackOnTheCurrentContext)
 
 TEST_F(ComputeBranch, ComputeFiresOnComputeOfTheRegisterHoldingTheProgram)
 {
-    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    OclPlatform* platform = addPlatform();
     auto* program = addSource<OclProgram>(platform, kSquares);
     rebuild();
     RtnRegister* reg = m_doc.application()->processorAt(0)->createRegister(0);

@@ -432,13 +432,14 @@ TEST_F(Sources, AVideoGivesItsFramesByNumberAndFollowsTheClockWhilePlaying)
 TEST_F(Sources, AVideoWithoutFrameRateDoesNotStepAndABadHandleIsReported)
 {
     MemSourceVideo v(nullptr);
-    v.info.frame_count = 10;
+    v.info.frame_count = 7;
     v.info.frame_rate = 0;
+    v.frame = 3;
     Engine::lastTickTime = 500;
     v.play();
-    Engine::lastTickTime = 5000;
+    Engine::lastTickTime = 5003;
     v.read();
-    EXPECT_EQ(v.frame, 0);
+    EXPECT_EQ(v.frame, 3);
     const Lines lines = drain();
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].rfind("(video.so): invalid video handle -1", 0), 0u) << lines[0];

@@ -26,8 +26,7 @@ struct Diagnostic {
 std::vector<Diagnostic> drainRing(LogRing& ring)
 {
     std::vector<Diagnostic> out;
-    LogRecord r;
-    while (ring.pop(r)) out.push_back({r.node, r.line, r.text});
+    for (LogRecord r; ring.pop(r);) out.push_back({r.node, r.line, r.text});
     return out;
 }
 
@@ -60,8 +59,8 @@ protected:
         drain();
     }
 
-    // A platform node on the current context, appended to the design branch.
-    OclPlatform* addPlatform(const std::string& platformName)
+    // A platform node (on the current context by default), appended to the design branch.
+    OclPlatform* addPlatform(const std::string& platformName = OclGlobal::currentContext()->name())
     {
         auto* p = new OclPlatform;
         p->platform = platformName;
@@ -79,19 +78,13 @@ protected:
     }
 
     // Rebuilds the run-time tree from the design, as "reset" does.
-    void rebuild()
-    {
-        m_doc.reset();
-    }
+    void rebuild() { m_doc.reset(); }
 
     static OclSourceNode* twinOf(ScnNode* design) { return static_cast<OclSourceNode*>(design->twin()); }
 };
 
 const char* const kSquares =
-    "__kernel void squares(__global float* v)\n"
-    "{\n"
-    "    v[get_global_id(0)] *= v[get_global_id(0)];\n"
-    "}\n"
+    "__kernel void squares(__global float* v) { v[get_global_id(0)] *= v[get_global_id(0)]; }\n"
     "__kernel void twice(__global float* v) { v[get_global_id(0)] *= 2.0f; }\n";
 
 }  // namespace
@@ -107,22 +100,15 @@ TEST_F(ComputeBranch, TheCurrentContextIsFoundByItsFirstFiveCharactersAndIsANewP
     EXPECT_EQ(OclGlobal::findContext(name.substr(0, 4)), nullptr);
     EXPECT_EQ(OclGlobal::findContext("Nobody Inc."), nullptr);
 
-    OclPlatform fresh;
-    EXPECT_EQ(fresh.platform.value, name);
-    EXPECT_EQ(fresh.getName(), "clPlatform");
-
-    std::vector<std::string> info = OclGlobal::deviceInfo(current->device(0));
-    ASSERT_EQ(info.size(), 29u);
-    EXPECT_EQ(info[0].rfind("CL_DEVICE_TYPE : ", 0), 0u);
-    EXPECT_NE(info[0].find("CPU"), std::string::npos) << info[0];
-    EXPECT_EQ(info[9].rfind("CL_DEVICE_MAX_MEM_ALLOC_SIZE : ", 0), 0u);
-    EXPECT_EQ(info[9].substr(info[9].size() - 3), " MB");
-    EXPECT_EQ(info.back().rfind("CL_DEVICE_PREFERRED_VECTOR_WIDTH_DOUBLE : ", 0), 0u);
+    EXPECT_EQ(OclPlatform().platform.value, name);
+    const std::vector<std::string> info = OclGlobal::deviceInfo(current->device(0));
+    ASSERT_FALSE(info.empty());
+    EXPECT_EQ(info[0].rfind("CL_DEVICE_TYPE : CPU", 0), 0u) << info[0];
 }
 
 TEST_F(ComputeBranch, ProgramsAndFileReferencesBuildOnTheTwinAndFindTheirKernelsByName)
 {
-    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    OclPlatform* platform = addPlatform();
     auto* program = addSource<OclProgram>(platform, kSquares);
     auto* file = addSource<OclFileRef>(platform, "__kernel void fromFile(__global int* v) { v[0] = 7; }");
     rebuild();
@@ -142,13 +128,6 @@ TEST_F(ComputeBranch, ProgramsAndFileReferencesBuildOnTheTwinAndFindTheirKernels
     EXPECT_TRUE(drainRing(OclBuildLog::warnings()).empty());
     EXPECT_EQ(drain(), Lines{});
 
-    // Scripts reach the kernels through the node's methods.
-    ASSERT_EQ(runLua("k = OpenCL ~= nil and tostring(OpenCL)"), "");
-    lua_State* L = AppGlobal::luaState();
-    lua_getglobal(L, "k");
-    EXPECT_STREQ(lua_tostring(L, -1), "OclDevice (OpenCL)");
-    lua_pop(L, 1);
-
     // An edit marks the node changed: the next update builds the new text.
     p->source = "__kernel void renamed(__global int* v) { }";
     p->changed = true;
@@ -157,88 +136,64 @@ TEST_F(ComputeBranch, ProgramsAndFileReferencesBuildOnTheTwinAndFindTheirKernels
     EXPECT_NE(p->getKernel("renamed"), nullptr);
 }
 
-TEST_F(ComputeBranch, AnErrorOnLineThreeOfAProgramIsReportedAtLineThreeBehindTheDefaultInclude)
+// A program's line 3 is reported as line 3 behind the default include; a
+// file reference has no include in front, so its lines are the compiler's.
+TEST_F(ComputeBranch, BuildErrorsAreReportedAtTheLinesOfTheNodesOwnText)
 {
     ASSERT_EQ(m_doc.application()->include.value, RtnApplication::kDefaultInclude);
-    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
-    auto* program = addSource<OclProgram>(platform,
-                                          "__kernel void broken(__global float* v)\n"
-                                          "{\n"
-                                          "    v[0] = undeclared_name;\n"
-                                          "}\n");
-    rebuild();
-    OclSourceNode* twin = twinOf(program);
-    ASSERT_NE(twin->program(), nullptr);
-    EXPECT_EQ(twin->getKernel("broken"), nullptr);
-
-    std::vector<Diagnostic> errors = drainRing(OclBuildLog::errors());
-    ASSERT_FALSE(errors.empty());
-    EXPECT_EQ(errors[0].line, 3);
-    EXPECT_EQ(errors[0].node, twin);
-    EXPECT_EQ(errors[0].text.rfind("(clProgram): ", 0), 0u) << errors[0].text;
-    EXPECT_NE(errors[0].text.find("undeclared_name"), std::string::npos) << errors[0].text;
-    EXPECT_TRUE(contains(drain(), "Failure in call to clBuildProgram : CL_BUILD_PROGRAM_FAILURE"));
-}
-
-TEST_F(ComputeBranch, AFileReferenceHasNoIncludeInFrontSoItsLinesAreTheCompilers)
-{
-    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    OclPlatform* platform = addPlatform();
+    auto* program =
+        addSource<OclProgram>(platform, "__kernel void broken(__global float* v)\n{\n    v[0] = undeclared_name;\n}\n");
     auto* file = addSource<OclFileRef>(platform, "__kernel void k(__global int* v)\n{ v[0] = missing; }\n");
     rebuild();
-    std::vector<Diagnostic> errors = drainRing(OclBuildLog::errors());
-    ASSERT_FALSE(errors.empty());
-    EXPECT_EQ(errors[0].line, 2);
-    EXPECT_EQ(errors[0].node, twinOf(file));
-    EXPECT_EQ(errors[0].text.rfind("(clFile): ", 0), 0u) << errors[0].text;
+    ASSERT_NE(twinOf(program)->program(), nullptr);
+    EXPECT_EQ(twinOf(program)->getKernel("broken"), nullptr);
+
+    const std::vector<Diagnostic> errors = drainRing(OclBuildLog::errors());
+    auto first = [&](ScnNode* twin) {
+        for (const Diagnostic& d : errors)
+            if (d.node == twin) return d;
+        return Diagnostic{nullptr, 0, "none"};
+    };
+    const Diagnostic p = first(twinOf(program)), f = first(twinOf(file));
+    EXPECT_EQ(p.line, 3);
+    EXPECT_EQ(p.text.rfind("(clProgram): ", 0), 0u) << p.text;
+    EXPECT_NE(p.text.find("undeclared_name"), std::string::npos) << p.text;
+    EXPECT_EQ(f.line, 2);
+    EXPECT_EQ(f.text.rfind("(clFile): ", 0), 0u) << f.text;
+    EXPECT_TRUE(contains(drain(), "Failure in call to clBuildProgram : CL_BUILD_PROGRAM_FAILURE"));
 }
 
 TEST_F(ComputeBranch, WarningsGoToTheirOwnRingAndTheKernelStillBuilds)
 {
-    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    OclPlatform* platform = addPlatform();
     // Falling off the end of a function that returns a value: a warning of
     // the compiler's defaults, not an error.
     auto* program = addSource<OclProgram>(platform,
-                                          "int pick(int a)\n"
-                                          "{\n"
-                                          "    if (a) return 1;\n"
-                                          "}\n"
-                                          "__kernel void k(__global int* v)\n"
-                                          "{\n"
-                                          "    v[0] = pick(v[0]);\n"
-                                          "}\n");
+                                          "int pick(int a)\n{\n    if (a) return 1;\n}\n"
+                                          "__kernel void k(__global int* v)\n{\n    v[0] = pick(v[0]);\n}\n");
     rebuild();
     EXPECT_NE(twinOf(program)->getKernel("k"), nullptr);
     EXPECT_TRUE(drainRing(OclBuildLog::errors()).empty());
     std::vector<Diagnostic> warnings = drainRing(OclBuildLog::warnings());
     ASSERT_FALSE(warnings.empty()) << "the build's warning did not reach the warning ring";
-    for (const Diagnostic& w : warnings) {
-        EXPECT_EQ(w.line, 4) << w.text;
-        EXPECT_EQ(w.node, twinOf(program));
-        EXPECT_NE(std::string(w.text).find("warning"), std::string::npos) << w.text;
-    }
+    for (const Diagnostic& w : warnings)
+        EXPECT_TRUE(w.line == 4 && w.node == twinOf(program) && w.text.find("warning") != std::string::npos) << w.text;
 }
 
-TEST_F(ComputeBranch, AnUnknownPlatformNameFallsBackOnTheCurrentContextWithOneMessagePerWalk)
+// It falls back on the current context with one message per walk, and
+// destroy passes over it.
+TEST_F(ComputeBranch, AnUnknownPlatformNameFallsBackOnTheCurrentContext)
 {
-    OclPlatform* platform = addPlatform("Nobody Inc.");
-    auto* program = addSource<OclProgram>(platform, kSquares);
+    auto* program = addSource<OclProgram>(addPlatform("Nobody Inc."), kSquares);
     rebuild();
-    Lines lines = drain();
-    std::string expected =
+    const std::string expected =
         std::string("Platform not found, using ") + OclGlobal::currentContext()->name() + " instead";
     int count = 0;
-    for (const std::string& l : lines) count += l.find(expected) != std::string::npos;
+    for (const std::string& l : drain()) count += l.find(expected) != std::string::npos;
     EXPECT_EQ(count, 2) << "one for the create walk, one for the update walk";
-    EXPECT_NE(twinOf(program)->getKernel("squares"), nullptr);
-}
-
-TEST_F(ComputeBranch, DestroyPassesOverAPlatformThatMatchesNoContext)
-{
-    OclPlatform* platform = addPlatform("Nobody Inc.");
-    auto* program = addSource<OclProgram>(platform, kSquares);
-    rebuild();
     OclSourceNode* twin = twinOf(program);
-    ASSERT_NE(twin->program(), nullptr);
+    EXPECT_NE(twin->getKernel("squares"), nullptr);
     m_doc.runtime()->destroyTree();
     // Left as it was: the walk did not enter the platform.
     EXPECT_NE(twin->program(), nullptr);
@@ -247,7 +202,7 @@ TEST_F(ComputeBranch, DestroyPassesOverAPlatformThatMatchesNoContext)
 
 TEST_F(ComputeBranch, ComputeFiresOnComputeOfTheRegisterHoldingTheProgram)
 {
-    OclPlatform* platform = addPlatform(OclGlobal::currentContext()->name());
+    OclPlatform* platform = addPlatform();
     auto* program = addSource<OclProgram>(platform, kSquares);
     rebuild();
     RtnRegister* reg = m_doc.application()->processorAt(0)->createRegister(0);
@@ -260,8 +215,8 @@ TEST_F(ComputeBranch, ComputeFiresOnComputeOfTheRegisterHoldingTheProgram)
     drain();
 
     ASSERT_EQ(runLua("local p = OpenCL:getChild(0):getChild(0)\n"
-                                     "assert(p:getKernel('squares') ~= nil)\n"
-                                     "assert(p:getKernel(42) == nil)\n"
-                                     "p:compute()"), "");
+                     "assert(p:getKernel('squares') ~= nil and p:getKernel(42) == nil)\n"
+                     "p:compute()"),
+              "");
     EXPECT_TRUE(contains(drain(), "computed OclProgram (clProgram)"));
 }

@@ -17,6 +17,7 @@
 #include "platform/GlContext.h"
 #include "runtime/AppGlobal.h"
 #include "support/DocumentFixture.h"
+#include "memory/SourceFiles.h"
 
 namespace {
 
@@ -46,28 +47,14 @@ __kernel void sample3(__read_only image3d_t img, __global float4* out) {
 }
 )";
 
-std::string run(const std::string& code)
+using sources::raises;
+using sources::run;
+
+// Names the objects in the process's state.
+void setGlobals(std::initializer_list<std::pair<const char*, oclObject*>> objects)
 {
     lua_State* L = AppGlobal::luaState();
-    if (luaL_dostring(L, code.c_str()) == 0) return "";
-    std::string e = lua_tostring(L, -1);
-    lua_pop(L, 1);
-    return e;
-}
-
-void setGlobal(const char* name, oclObject* object)
-{
-    lua_State* L = AppGlobal::luaState();
-    OclLua::push(L, object);
-    lua_setglobal(L, name);
-}
-
-GLuint compile(GLenum kind, const char* text)
-{
-    GLuint s = glCreateShader(kind);
-    glShaderSource(s, 1, &text, nullptr);
-    glCompileShader(s);
-    return s;
+    for (const auto& [name, object] : objects) OclLua::push(L, object), lua_setglobal(L, name);
 }
 
 // Draws `count` vertices of float4 from `buffer` in one colour into the
@@ -75,12 +62,16 @@ GLuint compile(GLenum kind, const char* text)
 std::vector<uint8_t> drawVertices(GLuint buffer, int count)
 {
     GlContext* c = GlContext::active();
-    const GLuint vs = compile(GL_VERTEX_SHADER, "#version 330\nin vec4 pos;\nvoid main() { gl_Position = pos; }\n");
-    const GLuint fs = compile(GL_FRAGMENT_SHADER,
-                              "#version 330\nout vec4 o;\nvoid main() { o = vec4(1.0, 0.5, 0.25, 1.0); }\n");
+    const char* const texts[2] = {"#version 330\nin vec4 pos;\nvoid main() { gl_Position = pos; }\n",
+                                  "#version 330\nout vec4 o;\nvoid main() { o = vec4(1.0, 0.5, 0.25, 1.0); }\n"};
     const GLuint p = glCreateProgram();
-    glAttachShader(p, vs);
-    glAttachShader(p, fs);
+    GLuint shaders[2];
+    for (int i = 0; i < 2; ++i) {
+        shaders[i] = glCreateShader(i ? GL_FRAGMENT_SHADER : GL_VERTEX_SHADER);
+        glShaderSource(shaders[i], 1, &texts[i], nullptr);
+        glCompileShader(shaders[i]);
+        glAttachShader(p, shaders[i]);
+    }
     glBindAttribLocation(p, 0, "pos");
     glLinkProgram(p);
     GLuint vao = 0;
@@ -104,10 +95,16 @@ std::vector<uint8_t> drawVertices(GLuint buffer, int count)
     glUseProgram(0);
     glDeleteVertexArrays(1, &vao);
     glDeleteProgram(p);
-    glDeleteShader(vs);
-    glDeleteShader(fs);
+    for (GLuint sh : shaders) glDeleteShader(sh);
     c->swapBuffers();
     return c->readFrame();
+}
+
+void setBufferFloats(GLuint id, const std::vector<float>& v)
+{
+    glBindBuffer(GL_ARRAY_BUFFER, id);
+    glBufferSubData(GL_ARRAY_BUFFER, 0, static_cast<GLsizeiptr>(v.size() * sizeof(float)), v.data());
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
 }
 
 std::vector<float> bufferFloats(GLuint id, size_t n)
@@ -166,6 +163,10 @@ protected:
     std::vector<oclKernel*> m_kernels;
 };
 
+// The copy road is tested on contexts without sharing.
+#define SKIP_ON_SHARING() \
+    if (m_context->glSharing()) GTEST_SKIP() << "a sharing context"
+
 const MemTypeTexture2D::FLAGS kLinear = {{MemTextureFlags::Linear, 0, 0, 0}};
 
 }  // namespace
@@ -183,22 +184,20 @@ TEST_F(SharedMemory, ThisMachineTakesTheCopyRoadAndSaysSo)
     }
     MemTypeGLBuffer b(m_context, 4, MemTypes::Float, GL_ARRAY_BUFFER, "b");
     EXPECT_EQ(b.sharesGL(), m_context->glSharing());
-    bool sawRoad = false;
+    const std::string road = m_context->glSharing() ? "sharing with OpenGL: yes" : "sharing with OpenGL: no";
+    int said = 0;
     for (const std::string& line : OclGlobal::summary())
-        sawRoad |= line.find(std::string("context: ") + m_context->name()) == 0 &&
-                   line.find(m_context->glSharing() ? "sharing with OpenGL: yes" : "sharing with OpenGL: no") !=
-                       std::string::npos;
-    EXPECT_TRUE(sawRoad);
+        said += line.find(std::string("context: ") + m_context->name()) == 0 && line.find(road) != std::string::npos;
+    EXPECT_EQ(said, 1);
 }
 
 TEST_F(SharedMemory, AKernelWritesAGLBufferThatAShaderDrawsAndThatMapSeesAfterRelease)
 {
-    if (m_context->glSharing()) GTEST_SKIP() << "the copy road is tested on contexts without sharing";
+    SKIP_ON_SHARING();
     MemTypeGLBuffer verts(m_context, 6, MemTypes::Float4, GL_ARRAY_BUFFER, "verts");
     ASSERT_NE(verts.glId, 0u);
     ASSERT_NE(verts.mem, nullptr);
-    setGlobal("v", &verts);
-    setGlobal("k", kernel("fan"));
+    setGlobals({{"v", &verts}, {"k", kernel("fan")}});
     ASSERT_EQ(run("cl.clEnqueueAcquireGLObjects(v)\n"
                   "cl.clSetKernelArg(k, 0, v)\n"
                   "cl.clSetKernelArg(k, 1, cl.cl_float4, 1, 2, 3, 4)\n"
@@ -211,12 +210,10 @@ TEST_F(SharedMemory, AKernelWritesAGLBufferThatAShaderDrawsAndThatMapSeesAfterRe
     const std::vector<uint8_t> frame = drawVertices(verts.glId, 6);
     GlContext* c = GlContext::active();
     ASSERT_EQ(frame.size(), static_cast<size_t>(c->width()) * c->height() * 4);
-    auto at = [&](int x, int y) { return frame.data() + (static_cast<size_t>(y) * c->width() + x) * 4; };
-    const uint8_t* right = at(c->width() * 3 / 4, c->height() / 2);
-    const uint8_t* left = at(c->width() / 4, c->height() / 2);
-    EXPECT_EQ(right[0], 255);
-    EXPECT_NEAR(right[1], 128, 1);
-    EXPECT_NEAR(right[2], 64, 1);
+    const size_t row = static_cast<size_t>(c->height() / 2) * c->width();
+    const uint8_t* right = &frame[(row + c->width() * 3 / 4) * 4];
+    const uint8_t* left = &frame[(row + c->width() / 4) * 4];
+    EXPECT_TRUE(right[0] == 255 && std::abs(right[1] - 128) <= 1 && std::abs(right[2] - 64) <= 1) << int(right[1]);
     EXPECT_EQ(left[0], 0) << "only the right half is covered";
 
     // Host access is OpenGL's: the kernel's values, then a script's change
@@ -230,78 +227,62 @@ TEST_F(SharedMemory, AKernelWritesAGLBufferThatAShaderDrawsAndThatMapSeesAfterRe
               "");
     EXPECT_EQ(verts.dim(1), 96u) << "every axis gives the size in bytes";
     const std::vector<uint8_t> mirrored = drawVertices(verts.glId, 6);
-    EXPECT_EQ(mirrored[(static_cast<size_t>(c->height() / 2) * c->width() + c->width() / 4) * 4], 255);
-    EXPECT_EQ(mirrored[(static_cast<size_t>(c->height() / 2) * c->width() + c->width() * 3 / 4) * 4], 0);
+    EXPECT_EQ(mirrored[(row + c->width() / 4) * 4], 255);
+    EXPECT_EQ(mirrored[(row + c->width() * 3 / 4) * 4], 0);
 
-    EXPECT_EQ(run("local ok, e = pcall(mem.read, v)\nassert(not ok)\nmem.map(v, mem.READ)\n"
-                  "ok, e = pcall(mem.read, v)\nmem.unmap(v)\nassert(not ok and e:find('error reading buffer'), e)"),
+    EXPECT_EQ(run("fails('', mem.read, v)\nmem.map(v, mem.READ)\nfails('error reading buffer', mem.read, v)\n"
+                  "mem.unmap(v)"),
               "");
     EXPECT_EQ(drain(), Lines{"(verts): \"read\" is not a valid function for this buffer type use mem.map"});
 }
 
 TEST_F(SharedMemory, ReleaseCopiesBackOnlyWhatAKernelMayHaveWritten)
 {
-    if (m_context->glSharing()) GTEST_SKIP() << "the copy road is tested on contexts without sharing";
+    SKIP_ON_SHARING();
     MemTypeGLBuffer verts(m_context, 4, MemTypes::Float4, GL_ARRAY_BUFFER, "verts");
     MemTypeBuffer out(m_context, 1, MemTypes::Float, "out", CL_MEM_READ_WRITE | CL_MEM_ALLOC_HOST_PTR);
-    const float start[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
-    glBindBuffer(GL_ARRAY_BUFFER, verts.glId);
-    glBufferSubData(GL_ARRAY_BUFFER, 0, sizeof start, start);
-    glBindBuffer(GL_ARRAY_BUFFER, 0);
-    setGlobal("v", &verts);
-    setGlobal("out", &out);
-    setGlobal("k", kernel("sum"));
+    setBufferFloats(verts.glId, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16});
+    setGlobals({{"v", &verts}, {"out", &out}, {"k", kernel("sum")}});
 
     // A launch on an object that OpenCL does not hold is refused.
-    const std::string refused = run("cl.clSetKernelArg(k, 0, v)\ncl.clSetKernelArg(k, 1, out)\n"
-                                    "cl.clSetKernelArg(k, 2, cl.cl_int, 4)\ncl.clEnqueueNDRangeKernel(k, 1, {1})");
-    EXPECT_NE(refused.find("sum: argument 0 is shared with OpenGL and not acquired"), std::string::npos) << refused;
+    EXPECT_TRUE(raises("cl.clSetKernelArg(k, 0, v)\ncl.clSetKernelArg(k, 1, out)\n"
+                       "cl.clSetKernelArg(k, 2, cl.cl_int, 4)\ncl.clEnqueueNDRangeKernel(k, 1, {1})",
+                       "sum: argument 0 is shared with OpenGL and not acquired"));
 
     ASSERT_EQ(run("cl.clEnqueueAcquireGLObjects(v)\ncl.clEnqueueNDRangeKernel(k, 1, {1})"), "");
     EXPECT_TRUE(verts.acquired());
     EXPECT_FALSE(verts.written()) << "a const pointer is only read";
     // OpenGL changes the buffer behind OpenCL's back: a copy back would undo it.
-    const float later[4] = {-1, -1, -1, -1};
-    glBindBuffer(GL_ARRAY_BUFFER, verts.glId);
-    glBufferSubData(GL_ARRAY_BUFFER, 0, sizeof later, later);
-    glBindBuffer(GL_ARRAY_BUFFER, 0);
+    setBufferFloats(verts.glId, {-1, -1, -1, -1});
     ASSERT_EQ(run("cl.clEnqueueReleaseGLObjects(v)\nmem.map(out, mem.READ)\nresult = mem.get(out, 0)\nmem.unmap(out)"),
               "");
     EXPECT_EQ(verts.copiesToCL, 1u);
     EXPECT_EQ(verts.copiesToGL, 0u);
     EXPECT_EQ(bufferFloats(verts.glId, 4), (std::vector<float>{-1, -1, -1, -1}));
-    lua_getglobal(AppGlobal::luaState(), "result");
-    EXPECT_EQ(lua_tonumber(AppGlobal::luaState(), -1), 136.0) << "the acquire copied OpenGL's values in";
-    lua_pop(AppGlobal::luaState(), 1);
+    EXPECT_EQ(sources::number("result"), 136.0) << "the acquire copied OpenGL's values in";
 
     // A kernel that writes: the release brings its values to OpenGL.
-    setGlobal("k", kernel("twice"));
+    setGlobals({{"k", kernel("twice")}});
     ASSERT_EQ(run("cl.clSetKernelArg(k, 0, v)\ncl.clEnqueueAcquireGLObjects(v)\n"
                   "cl.clEnqueueNDRangeKernel(k, 1, {4})\ncl.clEnqueueReleaseGLObjects(v)"),
               "");
     EXPECT_EQ(verts.copiesToGL, 1u);
-    const std::vector<float> doubled = bufferFloats(verts.glId, 8);
-    EXPECT_EQ(doubled, (std::vector<float>{-2, -2, -2, -2, 10, 12, 14, 16}));
+    EXPECT_EQ(bufferFloats(verts.glId, 8), (std::vector<float>{-2, -2, -2, -2, 10, 12, 14, 16}));
 
     // A release without an acquire copies nothing; a plain buffer is no GL object.
     ASSERT_EQ(run("cl.clEnqueueReleaseGLObjects(v)"), "");
     EXPECT_EQ(verts.copiesToGL, 1u);
-    const std::string plain = run("cl.clEnqueueAcquireGLObjects(out)");
-    EXPECT_NE(plain.find("error calling clEnqueueAcquireGLObjects : CL_INVALID_GL_OBJECT"), std::string::npos) << plain;
+    EXPECT_TRUE(
+        raises("cl.clEnqueueAcquireGLObjects(out)", "error calling clEnqueueAcquireGLObjects : CL_INVALID_GL_OBJECT"));
     EXPECT_EQ(drain(), Lines{});
 }
 
 TEST_F(SharedMemory, AKernelReadsATextureThatWasDrawnIntoAndWritesOneThatOpenGLThenSees)
 {
-    if (m_context->glSharing()) GTEST_SKIP() << "the copy road is tested on contexts without sharing";
+    SKIP_ON_SHARING();
     const cl_image_format rgba8 = {CL_RGBA, CL_UNORM_INT8};
     MemTypeFboTarget target(m_context, 8, 4, &rgba8, "target", &kLinear);
     ASSERT_NE(target.mem, nullptr);
-    GLint filter = 0;
-    glBindTexture(GL_TEXTURE_2D, target.glId);
-    glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &filter);
-    glBindTexture(GL_TEXTURE_2D, 0);
-    EXPECT_EQ(filter, GL_LINEAR);
 
     // Drawn into: the left half one colour, the right half another.
     GLuint fbo = 0;
@@ -321,9 +302,7 @@ TEST_F(SharedMemory, AKernelReadsATextureThatWasDrawnIntoAndWritesOneThatOpenGLT
     glDeleteFramebuffers(1, &fbo);
 
     MemTypeBuffer out(m_context, 32, MemTypes::Float4, "out", CL_MEM_READ_WRITE | CL_MEM_ALLOC_HOST_PTR);
-    setGlobal("tex", &target);
-    setGlobal("out", &out);
-    setGlobal("k", kernel("sample"));
+    setGlobals({{"tex", &target}, {"out", &out}, {"k", kernel("sample")}});
     ASSERT_EQ(run("cl.clEnqueueAcquireGLObjects(tex)\n"
                   "cl.clSetKernelArg(k, 0, tex)\ncl.clSetKernelArg(k, 1, out)\ncl.clSetKernelArg(k, 2, cl.cl_int, 8)\n"
                   "cl.clEnqueueNDRangeKernel(k, 2, {8, 4})\n"
@@ -341,20 +320,16 @@ TEST_F(SharedMemory, AKernelReadsATextureThatWasDrawnIntoAndWritesOneThatOpenGLT
     EXPECT_EQ(target.copiesToGL, 0u) << "a read_only image is not copied back";
 
     // A kernel writes the texture: OpenGL has the pixels after the release.
-    setGlobal("k", kernel("paint"));
+    setGlobals({{"k", kernel("paint")}});
     ASSERT_EQ(run("cl.clEnqueueAcquireGLObjects(tex)\ncl.clSetKernelArg(k, 0, tex)\n"
                   "cl.clEnqueueNDRangeKernel(k, 2, {8, 4})\ncl.clEnqueueReleaseGLObjects(tex)"),
               "");
     EXPECT_EQ(target.copiesToGL, 1u);
     const std::vector<uint8_t> px = textureBytes(GL_TEXTURE_2D, target.glId, GL_RGBA, GL_UNSIGNED_BYTE, 8 * 4 * 4);
-    for (int y = 0; y < 4; ++y)
-        for (int x = 0; x < 8; ++x) {
-            const uint8_t* p = px.data() + (y * 8 + x) * 4;
-            EXPECT_EQ(p[0], x);
-            EXPECT_EQ(p[1], y);
-            EXPECT_NEAR(p[2], 128, 1);
-            EXPECT_EQ(p[3], 255);
-        }
+    for (int i = 0; i < 32; ++i)
+        EXPECT_TRUE(px[i * 4] == i % 8 && px[i * 4 + 1] == i / 8 && std::abs(px[i * 4 + 2] - 128) <= 1 &&
+                    px[i * 4 + 3] == 255)
+            << i;
     // And the host sees them through the pixel buffer.
     ASSERT_EQ(run("mem.map(tex, mem.READ)\nlocal r, g = mem.get(tex, 5, 3)\nmem.unmap(tex)\n"
                   "assert(r == 5 and g == 3, r .. ',' .. g)"),
@@ -368,8 +343,7 @@ TEST_F(SharedMemory, PackAndUnpackMoveTexturePixelsBothWaysAndAMapTakesTheImageA
     const MemTypeTexture2D::FLAGS mipmapped = {{MemTextureFlags::Linear | MemTextureFlags::Mipmaps, 0, 0, 0}};
     MemTypeTexture2D tex(m_context, 4, 4, &rgba8, "tex", &mipmapped);
     ASSERT_NE(tex.pbo, 0u);
-    setGlobal("tex", &tex);
-    const cl_mem before = tex.mem;
+    setGlobals({{"tex", &tex}});
     const uint32_t generation = tex.generation;
 
     // Script → pixel buffer → texture, with the mipmaps made anew.
@@ -378,15 +352,12 @@ TEST_F(SharedMemory, PackAndUnpackMoveTexturePixelsBothWaysAndAMapTakesTheImageA
                   "mem.unmap(tex)"),
               "");
     std::vector<uint8_t> px = textureBytes(GL_TEXTURE_2D, tex.glId, GL_RGBA, GL_UNSIGNED_BYTE, 64);
-    EXPECT_EQ(px[(2 * 4 + 3) * 4 + 0], 30);
-    EXPECT_EQ(px[(2 * 4 + 3) * 4 + 1], 20);
-    EXPECT_EQ(px[(2 * 4 + 3) * 4 + 3], 200);
+    EXPECT_EQ(std::vector<uint8_t>(px.begin() + 44, px.begin() + 48), (std::vector<uint8_t>{30, 20, 7, 200}));
     const std::vector<uint8_t> level1 = textureBytes(GL_TEXTURE_2D, tex.glId, GL_RGBA, GL_UNSIGNED_BYTE, 16, 1);
     EXPECT_NEAR(level1[0], 5, 1) << "mean of 0 and 10 at the first coarser level";
     EXPECT_EQ(level1[2], 7);
     EXPECT_NE(tex.mem, nullptr);
     EXPECT_NE(tex.generation, generation) << "a map and unmap give a new cl_mem";
-    (void)before;
 
     // pack: the texture's pixels into the pixel buffer.
     std::vector<uint8_t> fresh(64);
@@ -412,41 +383,33 @@ TEST_F(SharedMemory, PackAndUnpackMoveTexturePixelsBothWaysAndAMapTakesTheImageA
               "");
     EXPECT_EQ(tex.mem, nullptr);
     EXPECT_EQ(tex.dim(0), 4u);
-    const std::string invalid = run("cl.clEnqueueAcquireGLObjects(tex)");
-    EXPECT_NE(invalid.find("invalid memory object tex"), std::string::npos) << invalid;
+    EXPECT_TRUE(raises("cl.clEnqueueAcquireGLObjects(tex)", "invalid memory object tex"));
     ASSERT_EQ(run("mem.unmap(tex)"), "");
     EXPECT_NE(tex.mem, nullptr);
 
     // Both directions at once are refused on a texture.
-    const std::string both = run("mem.map(tex, mem.READ_WRITE)");
-    EXPECT_NE(both.find("(tex): error mapping buffer"), std::string::npos) << both;
+    EXPECT_TRUE(raises("mem.map(tex, mem.READ_WRITE)", "(tex): error mapping buffer"));
     EXPECT_EQ(drain(), Lines{"(tex): mem.CL_MAP_READ or mem.CL_MAP_WRITE expected"});
     // A stale kernel argument is named.
     MemTypeBuffer out(m_context, 32, MemTypes::Float4, "out", CL_MEM_READ_WRITE);
     MemTypeTexture2D plain(m_context, 4, 4, &rgba8, "plain", &kLinear);
-    setGlobal("img", &plain);
-    setGlobal("out", &out);
-    setGlobal("k", kernel("sample"));
-    const std::string stale = run("cl.clSetKernelArg(k, 0, img)\ncl.clSetKernelArg(k, 1, out)\n"
-                                  "cl.clSetKernelArg(k, 2, cl.cl_int, 4)\n"
-                                  "mem.map(img, mem.WRITE)\nmem.unmap(img)\n"
-                                  "cl.clEnqueueAcquireGLObjects(img)\ncl.clEnqueueNDRangeKernel(k, 2, {4, 4})");
-    EXPECT_NE(stale.find("argument 0 names a memory object that was rebuilt or released"), std::string::npos) << stale;
+    setGlobals({{"img", &plain}, {"out", &out}, {"k", kernel("sample")}});
+    EXPECT_TRUE(raises("cl.clSetKernelArg(k, 0, img)\ncl.clSetKernelArg(k, 1, out)\n"
+                       "cl.clSetKernelArg(k, 2, cl.cl_int, 4)\n"
+                       "mem.map(img, mem.WRITE)\nmem.unmap(img)\n"
+                       "cl.clEnqueueAcquireGLObjects(img)\ncl.clEnqueueNDRangeKernel(k, 2, {4, 4})",
+                       "argument 0 names a memory object that was rebuilt or released"));
     run("cl.clEnqueueReleaseGLObjects(img)");
 
     // Without a pixel buffer: pack and unpack log and fail.
     const MemTypeTexture2D::FLAGS noPbo = {{MemTextureFlags::Linear | MemTextureFlags::NoPixelBuffer, 0, 0, 0}};
     MemTypeTexture2D bare(m_context, 4, 4, &rgba8, "bare", &noPbo);
     EXPECT_EQ(bare.pbo, 0u);
-    setGlobal("tex", &bare);
-    const std::string pack = run("mem.pack(tex)");
-    EXPECT_NE(pack.find("(bare): error calling pack"), std::string::npos) << pack;
-    const std::string unpack = run("mem.unpack(tex)");
-    EXPECT_NE(unpack.find("(bare): error calling unpack"), std::string::npos) << unpack;
+    setGlobals({{"tex", &bare}});
+    EXPECT_TRUE(raises("mem.pack(tex)", "(bare): error calling pack"));
+    EXPECT_TRUE(raises("mem.unpack(tex)", "(bare): error calling unpack"));
     EXPECT_EQ(drain(), (Lines{"(bare): pack not applicable. No pixel buffer object created",
                               "(bare): Unpack not applicable. No pixel buffer object created"}));
-    const std::string onBuffer = run("mem.pack(out)");
-    EXPECT_NE(onBuffer.find("pack is not a valid operation for buffer"), std::string::npos) << onBuffer;
 
     // A resize makes a new, empty texture of the new size.
     ASSERT_TRUE(tex.resize(8, 2, nullptr));
@@ -484,14 +447,12 @@ double scaleOf(uint32_t glType)
 
 TEST_F(SharedMemory, EveryTextureFormatOfTheCatalogueRoundTripsThroughItsProxyAndReachesKernels)
 {
-    if (m_context->glSharing()) GTEST_SKIP() << "the copy road is tested on contexts without sharing";
+    SKIP_ON_SHARING();
     const uint32_t orders[] = {CL_RGBA, CL_BGRA, CL_LUMINANCE, CL_INTENSITY};
     const uint32_t types[] = {CL_UNORM_INT8, CL_UNSIGNED_INT8, CL_SNORM_INT8,  CL_SIGNED_INT8, CL_UNORM_INT16,
                               CL_UNSIGNED_INT16, CL_SNORM_INT16, CL_SIGNED_INT16, CL_HALF_FLOAT, CL_FLOAT};
     MemTypeBuffer out(m_context, 16, MemTypes::Float4, "out", CL_MEM_READ_WRITE | CL_MEM_ALLOC_HOST_PTR);
-    setGlobal("out", &out);
-    setGlobal("k", kernel("sample"));
-    int tested = 0;
+    setGlobals({{"out", &out}, {"k", kernel("sample")}});
     for (uint32_t order : orders)
         for (uint32_t type : types) {
             const cl_image_format f = {order, type};
@@ -500,20 +461,18 @@ TEST_F(SharedMemory, EveryTextureFormatOfTheCatalogueRoundTripsThroughItsProxyAn
             // One-channel textures have an OpenCL image only where the
             // platform offers that order (a sharing driver offers none):
             // without one, the failure is logged and OpenGL still works.
-            const bool fourChannels = order == CL_RGBA || order == CL_BGRA;
-            if (fourChannels) {
+            const int n = order == CL_RGBA || order == CL_BGRA ? 4 : 1;
+            if (n == 4) {
                 ASSERT_NE(tex.mem, nullptr) << what;
+            } else if (!tex.mem) {
+                EXPECT_EQ(drain(), Lines{"(tex): no OpenCL image of format " + std::string(clChannelOrderName(order)) +
+                                         " " + clChannelTypeName(memTextureCLType(tex.internalFormat)) +
+                                         " on this platform: kernels cannot use the texture"})
+                    << what;
             }
-            const Lines noImage = {"(tex): no OpenCL image of format " + std::string(clChannelOrderName(order)) + " " +
-                                   clChannelTypeName(memTextureCLType(tex.internalFormat)) +
-                                   " on this platform: kernels cannot use the texture"};
-            if (!tex.mem) {
-                EXPECT_EQ(drain(), noImage) << what;
-            }
-            const int n = MemTypes::width(tex.proxy->typeCode());
-            ASSERT_EQ(n, order == CL_RGBA || order == CL_BGRA ? 4 : 1) << what;
+            ASSERT_EQ(MemTypes::width(tex.proxy->typeCode()), n) << what;
             EXPECT_EQ(tex.proxy->byteSize(), 16u * clTypeSize(tex.proxy->typeCode())) << what;
-            setGlobal("tex", &tex);
+            setGlobals({{"tex", &tex}});
             // Whole numbers that every format keeps exactly, in each component.
             const std::string code =
                 "local n, kernels = " + std::to_string(n) + ", " + (tex.mem ? "true" : "false") + "\n"
@@ -532,36 +491,24 @@ TEST_F(SharedMemory, EveryTextureFormatOfTheCatalogueRoundTripsThroughItsProxyAn
                 "cl.clEnqueueAcquireGLObjects(tex)\n"
                 "cl.clSetKernelArg(k, 0, tex)\ncl.clSetKernelArg(k, 1, out)\ncl.clSetKernelArg(k, 2, cl.cl_int, 4)\n"
                 "cl.clEnqueueNDRangeKernel(k, 2, {4, 4})\ncl.clEnqueueReleaseGLObjects(tex)\n"
-                "mem.map(out, mem.READ)\nresult = {mem.get(out, 2 * 4 + 1)}\nmem.unmap(out)";
+                "mem.map(out, mem.READ)\nr1, r2, r3, r4 = mem.get(out, 2 * 4 + 1)\nmem.unmap(out)";
             ASSERT_EQ(run(code), "") << what;
             EXPECT_EQ(tex.copiesToGL, 0u) << what;
-            ++tested;
             if (!tex.mem) {
                 EXPECT_EQ(drain(), Lines{}) << what << ": said once";
                 continue;
             }
             // What the kernel reads: the value through the GL internal format.
-            lua_State* L = AppGlobal::luaState();
-            lua_getglobal(L, "result");
             const double scale = scaleOf(tex.glType);
-            auto expected = [&](int c) {
-                const int x = 1, y = 2;
-                return ((x * 7 + y * 3 + c * 11) % 50 + 1) / scale;
-            };
+            auto expected = [&](int c) { return ((1 * 7 + 2 * 3 + c * 11) % 50 + 1) / scale; };
             for (int c = 0; c < 4; ++c) {
-                lua_rawgeti(L, -1, c + 1);
-                const double got = lua_tonumber(L, -1);
-                lua_pop(L, 1);
-                double want = 0;
                 // The host's component order is GL_RGBA's in 2D, BGRA too.
-                if (n == 4) want = expected(c);
-                else if (order == CL_LUMINANCE) want = c < 3 ? expected(0) : 1.0;
-                else want = expected(0);
-                EXPECT_NEAR(got, want, scale > 1 ? 1.0 / 255 + 1e-6 : 1e-6) << what << " component " << c;
+                const double want = n == 4 ? expected(c) : order == CL_LUMINANCE && c == 3 ? 1.0 : expected(0);
+                EXPECT_NEAR(sources::number(("r" + std::to_string(c + 1)).c_str()), want,
+                            scale > 1 ? 1.0 / 255 + 1e-6 : 1e-6)
+                    << what << " component " << c;
             }
-            lua_pop(L, 1);
         }
-    EXPECT_EQ(tested, 40);
     EXPECT_EQ(drain(), Lines{});
 }
 
@@ -572,9 +519,7 @@ TEST_F(SharedMemory, A3DTextureRoundTripsReachesKernelsAndRefusesResize)
     ASSERT_NE(vol.pbo, 0u);
     ASSERT_NE(vol.mem, nullptr);
     MemTypeBuffer out(m_context, 1, MemTypes::Float4, "out", CL_MEM_READ_WRITE | CL_MEM_ALLOC_HOST_PTR);
-    setGlobal("tex", &vol);
-    setGlobal("out", &out);
-    setGlobal("k", kernel("sample3"));
+    setGlobals({{"tex", &vol}, {"out", &out}, {"k", kernel("sample3")}});
     ASSERT_EQ(run("mem.map(tex, mem.WRITE)\n"
                   "for z = 0, 1 do for y = 0, 2 do for x = 0, 2 do mem.set(tex, x, y, z, x, y, z, x + y + z + 0.5) end end end\n"
                   "mem.unmap(tex)\n"
@@ -595,7 +540,6 @@ namespace {
 
 struct Recorded {
     std::vector<std::string> calls;
-    cl_context context = nullptr;
 };
 Recorded g_recorded;
 
@@ -621,56 +565,43 @@ cl_mem fakeTexture(const char* name, cl_context c, cl_mem_flags flags, cl_GLenum
     const cl_image_format f = {CL_RGBA, CL_UNORM_INT8};
     return clCreateImage2D(c, flags, &f, 1, 1, 0, nullptr, err);
 }
-cl_mem fakeTexture2D(cl_context c, cl_mem_flags flags, cl_GLenum target, cl_GLint level, cl_GLuint id, cl_int* err)
-{
-    return fakeTexture("clCreateFromGLTexture2D", c, flags, target, level, id, err);
-}
-cl_mem fakeTexture3D(cl_context c, cl_mem_flags flags, cl_GLenum target, cl_GLint level, cl_GLuint id, cl_int* err)
-{
-    return fakeTexture("clCreateFromGLTexture3D", c, flags, target, level, id, err);
-}
 cl_int fakeHandOver(const char* name, cl_uint n, const cl_mem* objects)
 {
     g_recorded.calls.push_back(std::string(name) + " n=" + std::to_string(n) + (objects && objects[0] ? " mem" : " null"));
     return CL_SUCCESS;
-}
-cl_int fakeAcquire(cl_command_queue, cl_uint n, const cl_mem* objects, cl_uint, const cl_event*, cl_event*)
-{
-    return fakeHandOver("clEnqueueAcquireGLObjects", n, objects);
-}
-cl_int fakeRelease(cl_command_queue, cl_uint n, const cl_mem* objects, cl_uint, const cl_event*, cl_event*)
-{
-    return fakeHandOver("clEnqueueReleaseGLObjects", n, objects);
 }
 
 }  // namespace
 
 TEST_F(SharedMemory, TheSharingRoadCallsTheDriverAndCopiesNothing)
 {
-    // The properties that bind a context to the GL context, per window system.
-    int glContext = 0, display = 0;
-    EXPECT_EQ(oclEGLSharing(&glContext, &display),
-              (std::vector<cl_context_properties>{CL_GL_CONTEXT_KHR, reinterpret_cast<cl_context_properties>(&glContext),
-                                                  CL_EGL_DISPLAY_KHR, reinterpret_cast<cl_context_properties>(&display)}));
-    EXPECT_EQ(oclGLXSharing(&glContext, &display),
-              (std::vector<cl_context_properties>{CL_GL_CONTEXT_KHR, reinterpret_cast<cl_context_properties>(&glContext),
-                                                  CL_GLX_DISPLAY_KHR, reinterpret_cast<cl_context_properties>(&display)}));
-
     // A context that claims sharing, over this machine's platform.
     clRetainContext(m_context->handle());
     oclContext sharing(m_context->handle(), "Sharing Test Vendor", true);
     sharing.setGLSharing(true);
     g_recorded = Recorded{};
     const MemGLShared::SharingCalls saved = MemGLShared::sharingCalls;
-    MemGLShared::sharingCalls = {fakeBuffer, fakeTexture2D, fakeTexture3D, fakeAcquire, fakeRelease};
+    MemGLShared::sharingCalls = {
+        fakeBuffer,
+        [](cl_context c, cl_mem_flags f, cl_GLenum t, cl_GLint l, cl_GLuint id, cl_int* e) {
+            return fakeTexture("clCreateFromGLTexture2D", c, f, t, l, id, e);
+        },
+        [](cl_context c, cl_mem_flags f, cl_GLenum t, cl_GLint l, cl_GLuint id, cl_int* e) {
+            return fakeTexture("clCreateFromGLTexture3D", c, f, t, l, id, e);
+        },
+        [](cl_command_queue, cl_uint n, const cl_mem* o, cl_uint, const cl_event*, cl_event*) {
+            return fakeHandOver("clEnqueueAcquireGLObjects", n, o);
+        },
+        [](cl_command_queue, cl_uint n, const cl_mem* o, cl_uint, const cl_event*, cl_event*) {
+            return fakeHandOver("clEnqueueReleaseGLObjects", n, o);
+        }};
     {
         MemTypeGLBuffer buffer(&sharing, 4, MemTypes::Float4, GL_ARRAY_BUFFER, "shared buffer");
         const cl_image_format f = {CL_RGBA, CL_UNORM_INT8};
         MemTypeImageTexture tex(&sharing, 2, 2, &f, "shared texture", &kLinear);
         MemTypeTexture3D vol(&sharing, 2, 2, 2, &f, "shared volume", &kLinear);
         EXPECT_TRUE(buffer.sharesGL());
-        setGlobal("v", &buffer);
-        setGlobal("tex", &tex);
+        setGlobals({{"v", &buffer}, {"tex", &tex}});
         EXPECT_EQ(run("cl.clEnqueueAcquireGLObjects(v)\ncl.clEnqueueReleaseGLObjects(v)\n"
                       "mem.map(tex, mem.WRITE)\nmem.unmap(tex)"),
                   "");

@@ -1,16 +1,12 @@
 // The velmora-file tool, run as a user runs it.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <vector>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
+#include "support/TempDir.h"
 #include "support/ToolRun.h"
 
 namespace {
@@ -25,23 +21,19 @@ class VelmoraFile : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/tmp/velmora-file-test-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir = tmpl;
-        workspace = dir + "/ws";
         ASSERT_EQ(std::system(("mkdir -p " + workspace + "/bindings/plugins " + dir + "/no-icd").c_str()), 0);
     }
-    void TearDown() override { std::system(("rm -rf " + dir).c_str()); }
 
     // `prefix` goes in front of the command (a time limit, for instance).
     Result run(const std::string& args, const std::string& prefix = "")
     {
-        Result r;
-        std::string outFile = dir + "/stdout", errFile = dir + "/stderr";
+        const std::string outFile = dir + "/stdout", errFile = dir + "/stderr";
         // Files need no compute device: without an OpenCL platform to find
         // the tool starts several times faster, which the cut test repays.
-        std::string cmd = "OCL_ICD_VENDORS=" + dir + "/no-icd " + prefix + " " + std::string(VELMORA_BIN_DIR) + "/velmora-file" VELMORA_TOOL_SUFFIX " --workspace " + workspace + " " + args + " >" +
-                          outFile + " 2>" + errFile;
+        const std::string cmd = "OCL_ICD_VENDORS=" + dir + "/no-icd " + prefix + " " + std::string(VELMORA_BIN_DIR) +
+                                "/velmora-file" VELMORA_TOOL_SUFFIX " --workspace " + workspace + " " + args + " >" +
+                                outFile + " 2>" + errFile;
+        Result r;
         r.status = runTool(cmd, errFile, slurp);
         r.out = slurp(outFile);
         r.err = slurp(errFile);
@@ -52,21 +44,19 @@ protected:
         std::ifstream f(path, std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(f), {});
     }
-    static void spit(const std::string& path, const std::string& bytes)
-    {
-        std::ofstream f(path, std::ios::binary);
-        f << bytes;
-    }
-
-    std::string dir, workspace;
+    TempDir m_tmp{"velmora-file-test"};
+    const std::string dir = m_tmp.path(), workspace = dir + "/ws";
 };
 
 }  // namespace
 
-TEST_F(VelmoraFile, NewWritesADefaultApplicationThatDumpShows)
+TEST_F(VelmoraFile, NewWritesADefaultApplicationThatDumpShowsAndCopyWritesTheSameBytes)
 {
     Result made = run("new " + dir + "/a.3Dm");
     ASSERT_EQ(made.status, 0) << made.err;
+    Result copied = run("copy " + dir + "/a.3Dm " + dir + "/b.3Dm");
+    ASSERT_EQ(copied.status, 0) << copied.err;
+    EXPECT_EQ(slurp(dir + "/a.3Dm"), slurp(dir + "/b.3Dm"));
     Result dump = run("dump " + dir + "/a.3Dm");
     ASSERT_EQ(dump.status, 0) << dump.err;
     EXPECT_EQ(dump.out.rfind("RtnApplication \"page\"", 0), 0u) << dump.out;
@@ -77,14 +67,6 @@ TEST_F(VelmoraFile, NewWritesADefaultApplicationThatDumpShows)
     EXPECT_NE(dump.out.find("\n    ScnFramebuffer \"framebuffer\""), std::string::npos);
     EXPECT_NE(dump.out.find("#include=\"//global include for a all OpenCL programs \\n\\n\""), std::string::npos);
     EXPECT_NE(dump.out.find("light: ScnDeferredPointLight \"light\""), std::string::npos);
-}
-
-TEST_F(VelmoraFile, CopyWritesTheSameBytes)
-{
-    ASSERT_EQ(run("new " + dir + "/a.3Dm").status, 0);
-    Result copied = run("copy " + dir + "/a.3Dm " + dir + "/b.3Dm");
-    ASSERT_EQ(copied.status, 0) << copied.err;
-    EXPECT_EQ(slurp(dir + "/a.3Dm"), slurp(dir + "/b.3Dm"));
 }
 
 TEST_F(VelmoraFile, EveryCutIsRefusedWithAMessageAndFailingStatus)
@@ -98,7 +80,7 @@ TEST_F(VelmoraFile, EveryCutIsRefusedWithAMessageAndFailingStatus)
     // cut in-process in the sanitizer suite of the node tests).
     const size_t step = std::string(VELMORA_TOOL_SUFFIX).empty() ? 1 : 13;
     for (size_t cut = 0; cut < whole.size(); cut += step) {
-        spit(cutPath, whole.substr(0, cut));
+        std::ofstream(cutPath, std::ios::binary) << whole.substr(0, cut);
         Result r = run("dump " + cutPath);
         EXPECT_NE(r.status, 0) << "cut at " << cut;
         EXPECT_NE(r.err.find(cutPath + ": file is truncated or damaged at byte"), std::string::npos)

@@ -142,8 +142,8 @@ void InputState::sample(uint32_t ms, int width, int height)
 
     wheel = m_now.wheel;
     m_now.wheel = 0;
-    // The view sets its scroll values again whenever they change; one
-    // setting counts for one frame.
+    // A scroll value counts for the frame that samples it: the view sets
+    // it anew for each frame it is to hold.
     scroll[0] = m_now.scroll[0];
     scroll[1] = m_now.scroll[1];
     m_now.scroll[0] = m_now.scroll[1] = 0;

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include <sys/wait.h>
@@ -14,14 +16,16 @@
 // then fails the process with "LeakSanitizer has encountered a fatal error".
 // That is the checker failing, not a finding (a leak reads "detected memory
 // leaks" and is not run again), so such a run is repeated, twice at most.
-template <class Slurp>
-int runTool(const std::string& cmd, const std::string& err, Slurp slurp)
+inline int runTool(const std::string& cmd, const std::string& err)
 {
     int status = -1;
     for (int attempt = 0; attempt < 3; ++attempt) {
         const int rc = std::system(cmd.c_str());
         status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
-        if (status == 0 || slurp(err).find("LeakSanitizer has encountered a fatal error") == std::string::npos) break;
+        if (status == 0) break;
+        std::ifstream f(err, std::ios::binary);
+        const std::string text((std::istreambuf_iterator<char>(f)), {});
+        if (text.find("LeakSanitizer has encountered a fatal error") == std::string::npos) break;
     }
     return status;
 }

@@ -34,7 +34,7 @@ protected:
                                 "/velmora-file" VELMORA_TOOL_SUFFIX " --workspace " + workspace + " " + args + " >" +
                                 outFile + " 2>" + errFile;
         Result r;
-        r.status = runTool(cmd, errFile, slurp);
+        r.status = runTool(cmd, errFile);
         r.out = slurp(outFile);
         r.err = slurp(errFile);
         return r;

@@ -57,7 +57,7 @@ protected:
         RunResult r;
         const std::string cmd = env + " " + std::string(VELMORA_BIN_DIR) + "/velmora-run" VELMORA_TOOL_SUFFIX " " + args +
                                 " >" + (m_tmp / "out") + " 2>" + (m_tmp / "err");
-        r.status = runTool(cmd, m_tmp / "err", slurp);
+        r.status = runTool(cmd, m_tmp / "err");
         r.err = slurp(m_tmp / "err");
         // The hint lines that every opened file gives go apart.
         std::istringstream out(slurp(m_tmp / "out"));
